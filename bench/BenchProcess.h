@@ -1,0 +1,57 @@
+#pragma once
+
+#include <cstdlib>
+#include <future>
+#include <iostream>
+#include <streambuf>
+#include <thread>
+
+/// What the benchmarks' processes have in common.
+namespace bench {
+
+/// The library's lines go nowhere while this lives.
+class Silence
+{
+public:
+    Silence() : before(std::cout.rdbuf(&nowhere)) {}
+    ~Silence() { std::cout.rdbuf(before); }
+    Silence(const Silence&) = delete;
+    Silence& operator=(const Silence&) = delete;
+
+private:
+    class Nowhere : public std::streambuf
+    {
+        int_type overflow(int_type character) override { return traits_type::not_eof(character); }
+        std::streamsize xsputn(const char* /*text*/, std::streamsize size) override { return size; }
+    };
+
+    Nowhere nowhere;
+    std::streambuf* const before;
+};
+
+/// Keeps a second thread in the process. Locks and reference counts cost less in a process that never had one, and
+/// no real application is like that.
+class SecondThread
+{
+public:
+    SecondThread() : thread([this] { end.get_future().wait(); }) {}
+    ~SecondThread()
+    {
+        end.set_value();
+        thread.join();
+    }
+    SecondThread(const SecondThread&) = delete;
+    SecondThread& operator=(const SecondThread&) = delete;
+
+private:
+    std::promise<void> end;
+    std::thread thread;
+};
+
+/// The board comes from a logger inside the process, whatever runs on this machine.
+inline void useOwnLogger()
+{
+    setenv("VLOGGER", "embedded", 1);
+}
+
+} // namespace bench

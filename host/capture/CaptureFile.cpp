@@ -1,0 +1,103 @@
+#include <capture/CaptureFile.h>
+
+#include <capture/CandumpEncoder.h>
+#include <capture/PcapngEncoder.h>
+
+#include <algorithm>
+#include <cerrno>
+#include <fcntl.h>
+#include <system_error>
+#include <unistd.h>
+
+namespace capture {
+
+namespace {
+
+constexpr size_t FLUSH_BYTES = size_t{64} * 1024;
+constexpr mode_t FILE_MODE = 0666; // less what the user's mask takes away
+
+std::unique_ptr<CaptureEncoder> makeEncoder(Format format, const std::string& application)
+{
+    if (format == Format::PCAPNG) {
+        return std::make_unique<PcapngEncoder>(application);
+    }
+    return std::make_unique<CandumpEncoder>();
+}
+
+int openOutput(const std::string& path)
+{
+    const int fd = path == "-" ? ::fcntl(STDOUT_FILENO, F_DUPFD_CLOEXEC, 0)
+                               : ::open(path.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, FILE_MODE);
+    if (fd < 0) {
+        throw std::system_error(errno, std::generic_category(), path);
+    }
+    return fd;
+}
+
+} // namespace
+
+Format formatOfName(std::string_view path)
+{
+    return path.ends_with(".pcapng") || path.ends_with(".ntar") ? Format::PCAPNG : Format::CANDUMP;
+}
+
+CaptureFile::CaptureFile(const std::string& path, Format format, const std::string& application)
+    : isStandardOutput(path == "-"), name(isStandardOutput ? "standard output" : path), fd(openOutput(path)),
+      encoder(makeEncoder(format, application))
+{
+    encoder->begin(pending);
+    flush();
+}
+
+void CaptureFile::write(const CaptureFrame& frame)
+{
+    encoder->encode(frame, pending);
+    ends.push_back(pending.size());
+    if (pending.size() >= FLUSH_BYTES) {
+        flush();
+    }
+}
+
+void CaptureFile::flush()
+{
+    size_t written = 0;
+    while (written < pending.size()) {
+        const ssize_t count = ::write(fd.get(), pending.data() + written, pending.size() - written);
+        if (count < 0) {
+            const int errorNumber = errno;
+            if (errorNumber == EINTR) {
+                continue;
+            }
+            recover(errorNumber, written);
+        }
+        written += static_cast<size_t>(count);
+    }
+    fileBytes += pending.size();
+    flushedFrames += ends.size();
+    pending.clear();
+    ends.clear();
+}
+
+void CaptureFile::recover(int errorNumber, size_t writtenBytes)
+{
+    const auto whole = std::ranges::upper_bound(ends, writtenBytes);
+    const size_t keptBytes = whole == ends.begin() ? 0 : *(whole - 1);
+    flushedFrames += static_cast<uint64_t>(whole - ends.begin());
+    fileBytes += keptBytes;
+    pending.clear();
+    ends.clear();
+    // Standard output may be a pipe, which keeps what it has taken, or a file with more in it than ours.
+    if (!isStandardOutput && ::ftruncate(fd.get(), static_cast<off_t>(fileBytes)) == 0) {
+        ::lseek(fd.get(), static_cast<off_t>(fileBytes), SEEK_SET);
+    }
+    throw std::system_error(errorNumber, std::generic_category(), name);
+}
+
+void CaptureFile::finish()
+{
+    flush();
+    encoder->finish(pending);
+    flush();
+}
+
+} // namespace capture

@@ -1,0 +1,219 @@
+#include <config/ConfigurationCheck.h>
+
+#include <config/ConfigurationTable.h>
+#include <config/ErrorName.h>
+#include <config/NearestName.h>
+#include <logger/BoardKind.h>
+
+#include <algorithm>
+#include <arpa/inet.h>
+#include <array>
+#include <bitset>
+#include <netinet/in.h>
+
+namespace config {
+
+namespace {
+
+constexpr uint32_t STANDARD_ID_MAX = 0x7FF;
+constexpr size_t RESPONSE_MAX_BYTES = 4095;
+constexpr size_t CLASSIC_MAX_BYTES = 8;
+constexpr uint32_t US_PER_MS = 1000;
+constexpr uint32_t FINE_STEP_US = 100;
+constexpr uint32_t FINE_MAX_US = 900;
+constexpr std::array<size_t, 7> LONG_FD_BYTES{12, 16, 20, 24, 32, 48, 64};
+constexpr std::array<std::string_view, 2> CLOCKS{"fpgab", "fpgac"};
+
+bool isIpv4(const std::string& text)
+{
+    in_addr address{};
+    return ::inet_pton(AF_INET, text.c_str(), &address) == 1;
+}
+
+std::string quoted(std::string_view text)
+{
+    return '"' + std::string(text) + '"';
+}
+
+void checkId(std::vector<WrongField>& wrong, std::string_view key, uint32_t id, bool extended)
+{
+    if (!extended && id > STANDARD_ID_MAX) {
+        wrong.push_back({key, "an identifier above 0x7FF needs extended = true"});
+    }
+}
+
+bool isDeviceFault(FaultKind kind)
+{
+    return kind <= FaultKind::RECORD_MALFORMED;
+}
+
+bool isClockFault(FaultKind kind)
+{
+    return kind == FaultKind::CLOCK_LOST || kind == FaultKind::CLOCK_FOUND;
+}
+
+bool hasDevice(const wire::Board& board, FaultKind kind, std::string_view path)
+{
+    const bool reads = kind == FaultKind::STREAM_CUT || kind == FaultKind::RECORD_MALFORMED;
+    const bool writes = kind == FaultKind::WRITE_FAILS;
+    return (!writes && vlogger::board::canRead(board, path)) || (!reads && vlogger::board::canWrite(board, path));
+}
+
+template <typename Record>
+void addSentences(std::vector<std::string>& sentences, const std::string& table, const Record& record)
+{
+    for (const WrongField& wrong : check(record)) {
+        sentences.push_back(table + "." + std::string(wrong.key) + ": " + wrong.text);
+    }
+}
+
+std::string numbered(std::string_view table, size_t index)
+{
+    return std::string(table) + "[" + std::to_string(index) + "]";
+}
+
+} // namespace
+
+std::vector<WrongField> check(const Wiring& wiring)
+{
+    std::bitset<256> seen;
+    for (const std::vector<uint8_t>& bus : wiring.buses) {
+        for (const uint8_t channel : bus) {
+            if (seen.test(channel)) {
+                return {{"buses", "channel " + std::to_string(channel) + " is wired twice"}};
+            }
+            seen.set(channel);
+        }
+    }
+    return {};
+}
+
+std::vector<WrongField> check(const Addresses& addresses)
+{
+    std::vector<WrongField> wrong;
+    for (const std::string& address : addresses.taken) {
+        if (!isIpv4(address)) {
+            wrong.push_back({"taken", quoted(address) + " is no IPv4 address"});
+        }
+    }
+    return wrong;
+}
+
+std::vector<WrongField> check(const Node& node)
+{
+    std::vector<WrongField> wrong;
+    if (node.name.empty()) {
+        wrong.push_back({"name", "a node needs a name"});
+    }
+    checkId(wrong, "request_id", node.requestId, node.extended);
+    checkId(wrong, "response_id", node.responseId, node.extended);
+    if (node.requestId == node.responseId) {
+        wrong.push_back({"response_id", "a node that sends with the identifier it listens to answers itself"});
+    }
+    const bool isFine = node.separationTimeUs <= FINE_MAX_US && node.separationTimeUs % FINE_STEP_US == 0;
+    if (!isFine && node.separationTimeUs % US_PER_MS != 0) {
+        wrong.push_back({"separation_time_us", std::to_string(node.separationTimeUs) +
+                                                   " cannot be told to a sender; there are 100 to 900 in steps of "
+                                                   "100 and whole milliseconds"});
+    }
+    return wrong;
+}
+
+std::vector<WrongField> check(const Answer& answer)
+{
+    std::vector<WrongField> wrong;
+    if (answer.request.empty()) {
+        wrong.push_back({"request", "a request has at least one byte"});
+    }
+    if (!answer.mask.empty() && answer.mask.size() != answer.request.size()) {
+        wrong.push_back({"mask", "the mask has " + std::to_string(answer.mask.size()) + " bytes, the request " +
+                                     std::to_string(answer.request.size())});
+    }
+    if (answer.response.empty() || answer.response.size() > RESPONSE_MAX_BYTES) {
+        wrong.push_back(
+            {"response", "a response has 1 to 4095 bytes, not " + std::to_string(answer.response.size())});
+    }
+    return wrong;
+}
+
+std::vector<WrongField> check(const CyclicFrame& frame)
+{
+    std::vector<WrongField> wrong;
+    checkId(wrong, "id", frame.id, frame.extended);
+    const size_t bytes = frame.payload.size();
+    if (bytes > CLASSIC_MAX_BYTES && !frame.fd) {
+        wrong.push_back(
+            {"payload", std::to_string(bytes) + " bytes need fd = true; a classic frame has at most 8"});
+    } else if (bytes > CLASSIC_MAX_BYTES && std::ranges::find(LONG_FD_BYTES, bytes) == LONG_FD_BYTES.end()) {
+        wrong.push_back({"payload", "a CAN FD frame has 0 to 8, 12, 16, 20, 24, 32, 48 or 64 bytes, not " +
+                                        std::to_string(bytes)});
+    }
+    return wrong;
+}
+
+std::vector<WrongField> check(const Peer& peer)
+{
+    std::vector<WrongField> wrong;
+    if (peer.name.empty()) {
+        wrong.push_back({"name", "a peer needs a name"});
+    }
+    if (!isIpv4(peer.address)) {
+        wrong.push_back({"address", quoted(peer.address) + " is no IPv4 address"});
+    }
+    if (peer.port == 0) {
+        wrong.push_back({"port", "a peer needs a port"});
+    }
+    return wrong;
+}
+
+std::vector<WrongField> check(const FaultEvent& event, const Configuration& whole)
+{
+    std::vector<WrongField> wrong;
+    if (isDeviceFault(event.kind)) {
+        if (!hasDevice(whole.board, event.kind, event.target)) {
+            wrong.push_back(
+                {"target", "this board has no device " + quoted(event.target) + " to which that can happen"});
+        }
+    } else if (isClockFault(event.kind)) {
+        if (std::ranges::find(CLOCKS, event.target) == CLOCKS.end()) {
+            wrong.push_back({"target", quoted(event.target) + " is no clock; there are fpgab and fpgac"});
+        }
+    } else if (std::ranges::find(whole.peers, event.target, &Peer::name) == whole.peers.end()) {
+        wrong.push_back({"target", "there is no peer " + quoted(event.target)});
+    }
+    if (!errorNumberOf(event.error)) {
+        wrong.push_back({"error", "unknown error " + quoted(event.error) + "; the nearest known name is " +
+                                      quoted(nearestName(event.error, errorNames()))});
+    }
+    return wrong;
+}
+
+std::vector<std::string> check(const Configuration& configuration)
+{
+    std::vector<std::string> sentences;
+    addSentences(sentences, std::string(WIRING), configuration.wiring);
+    addSentences(sentences, std::string(ADDRESSES), configuration.addresses);
+    for (size_t i = 0; i < configuration.nodes.size(); ++i) {
+        const Node& node = configuration.nodes[i];
+        const std::string table = numbered(NODE, i);
+        addSentences(sentences, table, node);
+        for (size_t j = 0; j < node.answers.size(); ++j) {
+            addSentences(sentences, table + "." + numbered(ANSWER, j), node.answers[j]);
+        }
+        for (size_t j = 0; j < node.cyclic.size(); ++j) {
+            addSentences(sentences, table + "." + numbered(CYCLIC, j), node.cyclic[j]);
+        }
+    }
+    for (size_t i = 0; i < configuration.peers.size(); ++i) {
+        addSentences(sentences, numbered(PEER, i), configuration.peers[i]);
+    }
+    for (size_t i = 0; i < configuration.faults.events.size(); ++i) {
+        for (const WrongField& wrong : check(configuration.faults.events[i], configuration)) {
+            sentences.push_back(std::string(FAULTS) + "." + numbered(EVENT, i) + "." + std::string(wrong.key) +
+                                ": " + wrong.text);
+        }
+    }
+    return sentences;
+}
+
+} // namespace config

@@ -1,0 +1,54 @@
+#include <logger/MonitorStream.h>
+
+#include <logger/Diagnostics.h>
+
+#include <array>
+#include <utility>
+
+namespace vlogger {
+
+MonitorStream::MonitorStream(EpollLoop& eventLoop, wire::FileDescriptor connection, const wire::ChannelSet& watched,
+                             const Options& options, Statistics& counters, std::function<void()> onEnded)
+    : TraceStream(eventLoop, std::move(connection), "the monitor", options, counters, std::move(onEnded)),
+      channels(watched)
+{
+}
+
+void MonitorStream::report(const wire::CanRecord& frame, bool isSent)
+{
+    if (hasEnded()) {
+        return;
+    }
+    ++frames;
+    if (isFull()) {
+        ++missed;
+        ++missedInAll;
+        return;
+    }
+    if (missed != 0) {
+        append(wire::encodeMonitorDropped(missed));
+        missed = 0;
+    }
+    // One record beyond the limit does no harm: a queue is asked before it is filled, not while.
+    std::array<uint8_t, wire::CAN_RECORD_MAX_BYTES> bytes;
+    appendBeyondLimit(std::span(bytes).first(wire::encodeMonitorFrame(frame, isSent, bytes)));
+}
+
+wire::StageCounts MonitorStream::counts() const
+{
+    const uint64_t waiting = recordsWaiting();
+    return {.stage = wire::Stage::MONITOR,
+            .name = "monitor",
+            .in = frames,
+            .out = frames - missedInAll - std::min(waiting, frames - missedInAll),
+            .waiting = waiting,
+            .dropped = missedInAll};
+}
+
+void MonitorStream::onStalled()
+{
+    diagnostics::warn("a monitor has taken nothing for its stall limit: it misses what crosses the buses until it "
+                      "reads again, and is told how much that was");
+}
+
+} // namespace vlogger

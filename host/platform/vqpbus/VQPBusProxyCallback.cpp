@@ -1,0 +1,3 @@
+#include <vqpbus/VQPBusProxyCallback.h>
+
+VQPBusProxyCallback::~VQPBusProxyCallback() = default;

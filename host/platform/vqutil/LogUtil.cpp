@@ -1,0 +1,3 @@
+#include <vqutil/LogUtil.h>
+
+constinit Mutex LogUtil::logMutex;

@@ -1,0 +1,60 @@
+#pragma once
+
+#include <vqutil/Export.h>
+
+#include <cstdint>
+#include <string>
+
+/// One address of the logger on one network interface. The service reads the named texts; the reserved fields
+/// belong to other users of the record and are zero or empty here.
+struct ethernetConfig_t
+{
+    uint8_t reserved0 = 0;
+    std::string interfaceName; ///< network interface, for example eth1
+    uint32_t reserved1 = 0;
+    std::string serverIp; ///< dotted IPv4 address of the server
+    uint16_t port = 0;    ///< not used by the address service
+    std::string reserved2;
+    uint8_t reserved3 = 0;
+    uint32_t reserved4 = 0;
+    std::string loggerIp;  ///< dotted IPv4 address that the logger takes
+    std::string subnet;    ///< dotted subnet mask
+    std::string gatewayIp; ///< dotted IPv4 address of the gateway
+    std::string reserved5;
+    uint8_t reserved6 = 0;
+    uint32_t reserved7 = 0;
+    uint64_t reserved8 = 0;
+    uint32_t reserved9 = 0;
+    uint8_t reserved10 = 0;
+    uint32_t reserved11 = 0;
+    uint8_t reserved12 = 0;
+};
+
+/// The logger's address service: puts addresses on network interfaces and takes them away.
+///
+/// Threads: any; requests are served one after the other.
+class VQ_API IPConfig
+{
+public:
+    IPConfig(const IPConfig&) = delete;
+    IPConfig& operator=(const IPConfig&) = delete;
+
+    /// The one object of the process, built on first use and never destroyed. Never null.
+    static IPConfig* getInstance();
+
+    /// Puts `loggerIp` on `interfaceName`.
+    ///
+    /// @param config  the address; invalid texts are refused
+    /// @param udp     true if the address is for datagrams, false for a stream
+    /// @return true if the interface carries the address now (also if it did before); false if it cannot, for
+    ///         instance because another host on the link answers for the address
+    bool configureIP(const ethernetConfig_t& config, bool udp);
+
+    /// Takes an address away that configureIP() of this process has added. Any other address, an empty one
+    /// included, is left alone.
+    void removeIP(const ethernetConfig_t& config);
+
+protected:
+    IPConfig() = default;
+    ~IPConfig() = default;
+};

@@ -1,0 +1,3 @@
+#include <CanIsoTpHandlerCallback.h>
+
+CanIsoTpHandlerCallback::~CanIsoTpHandlerCallback() = default;

@@ -1,0 +1,150 @@
+#include <CanInterface.h>
+#include <MsgRxHandler.h>
+
+#include <can/FrameRecord.h>
+#include <support/Effects.h>
+#include <support/FakeDevices.h>
+#include <support/FakeTrace.h>
+#include <support/PselectSpy.h>
+#include <support/RecordingReceiver.h>
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include <cstdio>
+#include <cstdlib>
+
+#include <unistd.h>
+
+// What the dispatcher does while the process ends. Each case runs in a child, whose standard output is sent to the
+// standard error that the test sees.
+
+namespace {
+
+using testing::EndsWith;
+using testing::Eq;
+using testing::ExitedWithCode;
+
+constexpr const char* MAIN = "/dev/vqlog-fpgab";
+
+class MsgRxHandlerExitTest : public testing::Test
+{
+protected:
+    MsgRxHandlerExitTest() { GTEST_FLAG_SET(death_test_style, "threadsafe"); }
+
+    static void prepareChild()
+    {
+        std::fflush(stdout); // the test framework's own words belong to the old one
+        dup2(STDERR_FILENO, STDOUT_FILENO);
+        effects::show();
+    }
+};
+
+[[noreturn]] void exitWithRunningThread()
+{
+    fakedevices::provideNull(MAIN, 201); // always ready, so the stop is quick
+    static RecordingReceiver receiver;
+    MsgRxHandler::getInstance()->registerCanMessage(0, 1, CAN_STANDARD, &receiver);
+    MsgRxHandler::getInstance()->setOnline();
+    receiver.states.waitForCount(1);
+    std::exit(0);
+}
+
+[[noreturn]] void exitAfterFailedStart()
+{
+    static RecordingReceiver receiver;
+    MsgRxHandler::getInstance()->registerCanMessage(0, 1, CAN_STANDARD, &receiver);
+    MsgRxHandler::getInstance()->setOnline();
+    receiver.states.waitForCount(1);
+    std::exit(0);
+}
+
+[[noreturn]] void exitWithLateInterface()
+{
+    // Constructed ahead of the dispatcher, so destroyed behind it.
+    static CanInterface late;
+    late.configure({0, 1, CAN_STANDARD, {}});
+    std::exit(0);
+}
+
+[[noreturn]] void exitWithEarlyInterface()
+{
+    MsgRxHandler::getInstance();
+    static CanInterface early;
+    early.configure({0, 1, CAN_STANDARD, {}});
+    std::exit(0);
+}
+
+/// Ends the process from inside a callback, which is not allowed, and must not hang all the same.
+class ExitingReceiver : public MsgRxHandlerCb
+{
+public:
+    void onStateChanged(handlerState_t /*state*/, const std::string& /*text*/) override { std::exit(0); }
+    void onRawReceived(const uint8_t* /*data*/, size_t /*size*/) override {}
+};
+
+[[noreturn]] void exitFromCallback()
+{
+    fakedevices::provideNull(MAIN, 201);
+    static ExitingReceiver receiver;
+    MsgRxHandler::getInstance()->registerCanMessage(0, 1, CAN_STANDARD, &receiver);
+    MsgRxHandler::getInstance()->setOnline();
+    for (;;) {
+        pause();
+    }
+}
+
+TEST_F(MsgRxHandlerExitTest, ExitStopsTheThreadAndClosesTheDevices)
+{
+    EXPECT_EXIT((prepareChild(), exitWithRunningThread()), ExitedWithCode(0),
+                EndsWith("[DEBUG] MsgRxHandler::~MsgRxHandler() Destructor.\n"
+                         "[INFO] MsgRxHandler::setOffline() STOP\n"
+                         "[INFO] MsgRxHandler::threadCode() Exit thread, close devices\n"
+                         "[INFO] MsgRxHandler::closeDevices() Close 1 devices.\n"
+                         "{buffer 201 gone}\n"
+                         "{close 201}\n"
+                         "[DEBUG] MsgRxHandler::threadCode() Exit thread.\n"));
+}
+
+TEST_F(MsgRxHandlerExitTest, ExitJoinsTheThreadOfAFailedStart)
+{
+    EXPECT_EXIT((prepareChild(), exitAfterFailedStart()), ExitedWithCode(0),
+                testing::HasSubstr("[DEBUG] MsgRxHandler::~MsgRxHandler() Destructor.\n"));
+}
+
+TEST_F(MsgRxHandlerExitTest, ExitWithoutDispatcherWritesNothing)
+{
+    EXPECT_EXIT((prepareChild(), std::exit(0)), ExitedWithCode(0), Eq(""));
+}
+
+TEST_F(MsgRxHandlerExitTest, StaticInterfaceDestroyedBeforeTheDispatcherUnregistersFromIt)
+{
+    EXPECT_EXIT((prepareChild(), exitWithEarlyInterface()), ExitedWithCode(0),
+                Eq("[INFO] MsgRxHandler::registerCanMessage() _channel=0; _id=0x1; type=standard\n"
+                   "[INFO] MsgRxHandler::activateDeviceByCanChannel() Set device, "
+                   "name=/dev/vqlog-fpgab, active=true\n"
+                   "[DEBUG] MsgRxHandler::unregisterReceiver() \n"
+                   "[INFO] MsgRxHandler::activateDeviceByCanChannel() Set device, "
+                   "name=/dev/vqlog-fpgab, active=false\n"
+                   "[DEBUG] MsgRxHandler::~MsgRxHandler() Destructor.\n"));
+}
+
+TEST_F(MsgRxHandlerExitTest, StaticInterfaceDestroyedAfterTheDispatcherDoesNoHarm)
+{
+    EXPECT_EXIT((prepareChild(), exitWithLateInterface()), ExitedWithCode(0),
+                Eq("[INFO] MsgRxHandler::registerCanMessage() _channel=0; _id=0x1; type=standard\n"
+                   "[INFO] MsgRxHandler::activateDeviceByCanChannel() Set device, "
+                   "name=/dev/vqlog-fpgab, active=true\n"
+                   "[DEBUG] MsgRxHandler::~MsgRxHandler() Destructor.\n"
+                   "[DEBUG] MsgRxHandler::unregisterReceiver() \n"));
+}
+
+TEST_F(MsgRxHandlerExitTest, ExitFromACallbackEndsTheProcess)
+{
+    EXPECT_EXIT((prepareChild(), exitFromCallback()), ExitedWithCode(0),
+                EndsWith("[DEBUG] MsgRxHandler::~MsgRxHandler() Destructor.\n"
+                         "[INFO] MsgRxHandler::setOffline() STOP\n"
+                         "{buffer 201 gone}\n"));
+}
+
+} // namespace

@@ -1,0 +1,264 @@
+#include <ethernet/EthernetTest.h>
+#include <ethernet/ProcessEntries.h>
+#include <support/FailingCalls.h>
+#include <support/PrivateMember.h>
+
+#include <atomic>
+#include <functional>
+#include <future>
+#include <thread>
+
+REVEAL_MEMBER(ThreadRxThreadRunning, EthernetInterface, rxThreadRunning);
+
+namespace {
+
+using testing::ElementsAre;
+
+/// Calls a function of the test on the receive thread, once, at the status it waits for.
+class Intervening : public InterfaceBaseCb
+{
+public:
+    Intervening(int wantedStatus, std::function<void()> wantedAction)
+        : status(wantedStatus), action(std::move(wantedAction))
+    {
+    }
+
+    void onDataReceived(const uint8_t*, size_t) override {}
+
+    void onInterfaceState(int raised) override
+    {
+        if (raised == status && std::this_thread::get_id() != application && left != 0) {
+            --left;
+            action();
+            done.add(1);
+        }
+    }
+
+    std::atomic<size_t> left{1};
+    Recorder<int> done;
+
+private:
+    const int status;
+    const std::function<void()> action;
+    const std::thread::id application = std::this_thread::get_id();
+};
+
+/// Start, end and restart of the receive thread.
+class EthernetInterfaceThreadTest : public EthernetTest
+{
+protected:
+    EthernetInterfaceThreadTest()
+    {
+        failing::skipPauses();
+        sut->logLevel = 0;
+    }
+
+    bool threadRuns() const { return (*sut).*reveal(ThreadRxThreadRunning{}); }
+
+    void expectExchange()
+    {
+        const size_t before = callback.received.count();
+        const Bytes bytes = {1, 2, 3};
+        EXPECT_EQ(sut->send(bytes.data(), bytes.size()), 0);
+        EXPECT_TRUE(callback.received.waitForCount(before + 1));
+    }
+
+    EthernetInterface* interface = nullptr;
+    const std::string exitLine = "[INFO] ETH[127.0.0.1:PORT]::threadCode() Exit RX thread.";
+    const std::string startLine = "[INFO] ETH[127.0.0.1:PORT]::threadCode() Start RX thread.";
+};
+
+TEST_F(EthernetInterfaceThreadTest, EndedThreadIsJoinedBeforeTheNextOneStarts)
+{
+    ScriptedTcpServer server(Script::ECHO);
+    connectTo(tcp(server.port()));
+    const size_t threads = entriesOf("/proc/self/task");
+    for (size_t round = 1; round <= 5; ++round) {
+        ASSERT_TRUE(server.accepted.waitForCount(round));
+        server.closeClient();
+        ASSERT_TRUE(await(exitLine, round));
+        ASSERT_TRUE(sut->connect());
+        ASSERT_TRUE(await(startLine, round));
+        EXPECT_LE(settledEntriesOf("/proc/self/task", threads), threads);
+    }
+    expectExchange();
+}
+
+TEST_F(EthernetInterfaceThreadTest, ThreadThatLosesTheServerMayReconnectInItsLastCallback)
+{
+    ScriptedTcpServer server(Script::ECHO);
+    std::promise<bool> connected;
+    Intervening intervening(2, [&] { connected.set_value(sut->connect()); });
+    sut->callbacks.insert(&intervening);
+    connectTo(tcp(server.port()));
+    ASSERT_TRUE(server.accepted.waitForCount(1));
+    server.closeClient();
+    EXPECT_TRUE(connected.get_future().get());
+    ASSERT_TRUE(await(exitLine));
+    EXPECT_TRUE(threadRuns());
+    expectExchange();
+    // The old handle was set aside; the next connect from here joins it.
+    ASSERT_TRUE(sut->disconnect());
+    ASSERT_TRUE(sut->connect());
+    expectExchange();
+    sut.reset();
+}
+
+TEST_F(EthernetInterfaceThreadTest, ThreadsThatAlwaysReconnectThemselvesDoNotPileUp)
+{
+    ScriptedTcpServer server(Script::ECHO);
+    Intervening intervening(2, [&] { sut->connect(); });
+    intervening.left = 20;
+    sut->callbacks.insert(&intervening);
+    connectTo(tcp(server.port()));
+    const size_t threads = entriesOf("/proc/self/task");
+    for (size_t round = 1; round <= 20; ++round) {
+        ASSERT_TRUE(server.accepted.waitForCount(round));
+        server.closeClient();
+        ASSERT_TRUE(intervening.done.waitForCount(round));
+        ASSERT_TRUE(await(exitLine, round));
+    }
+    EXPECT_LE(settledEntriesOf("/proc/self/task", threads + 1), threads + 1);
+    expectExchange();
+    sut.reset();
+    EXPECT_LE(settledEntriesOf("/proc/self/task", threads - 1), threads - 1);
+}
+
+TEST_F(EthernetInterfaceThreadTest, DestructorJoinsAThreadThatWasSetAside)
+{
+    ScriptedTcpServer server(Script::ECHO);
+    Intervening intervening(2, [&] { sut->connect(); });
+    sut->callbacks.insert(&intervening);
+    const size_t threads = entriesOf("/proc/self/task");
+    connectTo(tcp(server.port()));
+    ASSERT_TRUE(server.accepted.waitForCount(1));
+    server.closeClient();
+    ASSERT_TRUE(intervening.done.waitForCount(1));
+    sut.reset();
+    EXPECT_EQ(lines.count("[INFO] ETH[127.0.0.1:" + port + "]::threadCode() Exit RX thread."), 2u);
+    EXPECT_EQ(settledEntriesOf("/proc/self/task", threads), threads);
+}
+
+TEST_F(EthernetInterfaceThreadTest, ConnectWaitsForTheLastCallbackAndFindsWhatItConnected)
+{
+    ScriptedTcpServer server(Script::ECHO);
+    std::promise<void> inCallback;
+    std::promise<void> mayGoOn;
+    Intervening intervening(2, [&] {
+        inCallback.set_value();
+        mayGoOn.get_future().wait();
+        sut->connect();
+    });
+    sut->callbacks.insert(&intervening);
+    connectTo(tcp(server.port()));
+    ASSERT_TRUE(server.accepted.waitForCount(1));
+    server.closeClient();
+    inCallback.get_future().wait();
+    auto application = std::async(std::launch::async, [&] { return sut->connect(); });
+    mayGoOn.set_value();
+    EXPECT_TRUE(application.get());
+    // However the two met, there is one connection and one thread that serves it.
+    expectExchange();
+    EXPECT_EQ(server.accepted.count(), 2u);
+    sut.reset();
+}
+
+TEST_F(EthernetInterfaceThreadTest, NewSocketOutlivesTheEndOfTheThreadThatLostTheOldOne)
+{
+    // The application reconnects while the thread is in the pause after the tenth empty reception: the thread must
+    // not take the new socket for the one that it lost.
+    ScriptedTcpServer server(Script::ECHO);
+    connectTo(tcp(server.port()));
+    ASSERT_TRUE(server.accepted.waitForCount(1));
+    failing::stopAtPause(10);
+    server.closeClient();
+    failing::awaitStoppedPause();
+    ASSERT_TRUE(sut->disconnect());
+    ASSERT_TRUE(sut->connect());
+    failing::endStoppedPause();
+    expectExchange();
+    EXPECT_TRUE(threadRuns());
+    EXPECT_THAT(callback.statuses.all(), ElementsAre(1, 5, 2, 1));
+}
+
+TEST_F(EthernetInterfaceThreadTest, DisconnectDuringTheTenthPauseEndsTheThreadWithoutAnotherStatus)
+{
+    ScriptedTcpServer server(Script::ECHO);
+    connectTo(tcp(server.port()));
+    ASSERT_TRUE(server.accepted.waitForCount(1));
+    failing::stopAtPause(10);
+    server.closeClient();
+    failing::awaitStoppedPause();
+    ASSERT_TRUE(sut->disconnect());
+    takeLines();
+    failing::endStoppedPause();
+    ASSERT_TRUE(await(exitLine));
+    EXPECT_THAT(takeLines(),
+                ElementsAre("[INFO] ETH[127.0.0.1:PORT]::disconnect() Already disconnected.", exitLine));
+    EXPECT_FALSE(threadRuns());
+    ASSERT_TRUE(sut->connect());
+    expectExchange();
+}
+
+TEST_F(EthernetInterfaceThreadTest, ConcurrentConnectsGiveOneConnectionAndOneThread)
+{
+    ScriptedTcpServer server(Script::ECHO);
+    connectTo(tcp(server.port()));
+    const size_t threads = entriesOf("/proc/self/task");
+    const size_t descriptors = entriesOf("/proc/self/fd");
+    for (int round = 0; round < 20; ++round) {
+        ASSERT_TRUE(sut->disconnect());
+        auto other = std::async(std::launch::async, [&] { return sut->connect(); });
+        EXPECT_TRUE(sut->connect());
+        EXPECT_TRUE(other.get());
+    }
+    expectExchange();
+    EXPECT_LE(settledEntriesOf("/proc/self/task", threads), threads);
+    // Beside the interface's socket only the server's ends of the connections that the last rounds closed.
+    ASSERT_TRUE(sut->disconnect());
+    ASSERT_TRUE(server.closed.waitForCount(server.accepted.count()));
+    EXPECT_LT(settledEntriesOf("/proc/self/fd", descriptors - 1), descriptors);
+}
+
+TEST_F(EthernetInterfaceThreadTest, ConcurrentDisconnectsCloseOnce)
+{
+    const ScriptedUdpServer server(Script::ECHO);
+    connectTo(udp(server.port()));
+    for (size_t round = 1; round <= 20; ++round) {
+        auto other = std::async(std::launch::async, [&] { return sut->disconnect(); });
+        EXPECT_TRUE(sut->disconnect());
+        EXPECT_TRUE(other.get());
+        EXPECT_EQ(callback.statuses.waitUntil([&](const std::vector<int>& all) {
+            return std::count(all.begin(), all.end(), 2) == static_cast<std::ptrdiff_t>(round);
+        }),
+                  true);
+        ASSERT_TRUE(sut->connect());
+    }
+    expectExchange();
+}
+
+TEST_F(EthernetInterfaceThreadTest, CallbackDuringDestructionCannotReconnect)
+{
+    ScriptedTcpServer server(Script::ECHO);
+    interface = sut.get();
+    int result = 0;
+    Intervening intervening(2, [&] {
+        const Bytes bytes = {1};
+        result = interface->send(bytes.data(), bytes.size());
+    });
+    sut->callbacks.insert(&intervening);
+    const size_t descriptors = entriesOf("/proc/self/fd");
+    connectTo(tcp(server.port()));
+    destroy();
+    EXPECT_EQ(result, -1);
+    EXPECT_EQ(takeLines(),
+              (Lines{"[INFO] ETH[127.0.0.1:PORT]::disconnect() Disconnected.", "{status 2}",
+                     "[WARNING] ETH[127.0.0.1:PORT]::send() Interface isn't connected, try to connect...",
+                     "[ERROR] ETH[127.0.0.1:PORT]::connect() Can't connect, interface isn't configured.",
+                     "[INFO] ETH[127.0.0.1:PORT]::threadCode() Exit RX thread.",
+                     "[INFO] ETH[127.0.0.1:PORT]::disconnect() Already disconnected.", "{removeIP eth1}"}));
+    ASSERT_TRUE(server.closed.waitForCount(1));
+    EXPECT_EQ(settledEntriesOf("/proc/self/fd", descriptors), descriptors);
+}
+
+} // namespace

@@ -1,0 +1,353 @@
+#include <config/ConfigurationCheck.h>
+#include <config/ConfigurationReader.h>
+#include <config/ConfigurationTable.h>
+#include <config/ConfigurationWriter.h>
+#include <config/ErrorName.h>
+#include <config/HexBytes.h>
+#include <config/NearestName.h>
+
+#include <support/TemporaryDirectory.h>
+
+#include <gtest/gtest.h>
+
+#include <array>
+#include <cerrno>
+#include <fstream>
+#include <iterator>
+#include <string>
+#include <system_error>
+#include <utility>
+#include <vector>
+
+namespace config {
+
+namespace {
+
+/// Every kind of table, with no key at its default.
+constexpr const char* EVERYTHING = R"([board]
+type = 112
+device_code = 4
+can_fd_device = true
+
+[wiring]
+buses = [[0, 1, 2], [14, 255]]
+
+[queues]
+stream_bytes = 65536
+stall_limit_ms = 50
+
+[addresses]
+taken = ["192.168.1.7", "10.0.0.1"]
+
+[[node]]
+name = "engine"
+channel = 3
+request_id = 0x18DA10F1
+response_id = 0x18DAF110
+extended = true
+block_size = 8
+separation_time_us = 5000
+wait_frames = 2
+delay_ms = 10
+
+[[node.answer]]
+request = "22 F1 90"
+mask = "FF FF F0"
+response = "62 F1 90 57"
+
+[[node.answer]]
+request = "3E"
+mask = ""
+response = "7E 00"
+
+[[node.cyclic]]
+id = 0x123
+extended = true
+fd = true
+payload = "00 11 22 33 44 55 66 77 88 99 AA BB"
+period_ms = 20
+
+[[node]]
+name = "brakes \"left\""
+channel = 5
+request_id = 0x7E1
+response_id = 0x7E9
+extended = false
+block_size = 0
+separation_time_us = 0
+wait_frames = 0
+delay_ms = 0
+
+[[peer]]
+name = "server"
+transport = "udp"
+address = "127.0.0.2"
+port = 5000
+behaviour = "silent"
+
+[faults]
+seed = 7
+
+[[faults.event]]
+kind = "write_fails"
+target = "/dev/vqlog-fpgab"
+at_ms = 100
+spread_ms = 50
+every_ms = 1000
+count = 3
+error = "ENOSPC"
+
+[[faults.event]]
+kind = "peer_silent"
+target = "server"
+at_ms = 1
+spread_ms = 0
+every_ms = 0
+count = 1
+error = "EIO"
+)";
+
+/// What is wrong with a configuration, line by line.
+std::string mistakesIn(const std::string& text)
+{
+    try {
+        readConfiguration(text, "bench.toml");
+    } catch (const ConfigurationError& error) {
+        return error.what();
+    }
+    return "";
+}
+
+} // namespace
+
+TEST(ConfigurationTest, EmptyTextGivesEveryDefault)
+{
+    EXPECT_EQ(writeConfiguration(readConfiguration("", "bench.toml")), writeConfiguration(Configuration()));
+}
+
+TEST(ConfigurationTest, EveryKeyIsReadAndWrittenBack)
+{
+    const Configuration read = readConfiguration(EVERYTHING, "bench.toml");
+    EXPECT_EQ(writeConfiguration(read), EVERYTHING);
+    EXPECT_EQ(read.board, (wire::Board{.boardType = 112, .deviceCode = 4, .canFdDevice = true}));
+    EXPECT_EQ(read.wiring.buses, (std::vector<std::vector<uint8_t>>{{0, 1, 2}, {14, 255}}));
+    ASSERT_EQ(read.nodes.size(), 2U);
+    EXPECT_EQ(read.nodes[0].requestId, 0x18DA10F1U);
+    EXPECT_EQ(read.nodes[0].answers[0].mask, (Bytes{0xFF, 0xFF, 0xF0}));
+    EXPECT_EQ(read.nodes[1].name, "brakes \"left\"");
+    EXPECT_EQ(read.peers[0].transport, Transport::UDP);
+    EXPECT_EQ(read.peers[0].behaviour, Behaviour::SILENT);
+    EXPECT_EQ(read.faults.events[1].kind, FaultKind::PEER_SILENT);
+}
+
+TEST(ConfigurationTest, DefaultsAreShownWithEveryKey)
+{
+    EXPECT_EQ(writeConfiguration(Configuration()), "[board]\n"
+                                                   "type = 1\n"
+                                                   "device_code = 0\n"
+                                                   "can_fd_device = false\n"
+                                                   "\n"
+                                                   "[wiring]\n"
+                                                   "buses = []\n"
+                                                   "\n"
+                                                   "[queues]\n"
+                                                   "stream_bytes = 1048576\n"
+                                                   "stall_limit_ms = 1000\n"
+                                                   "\n"
+                                                   "[addresses]\n"
+                                                   "taken = []\n"
+                                                   "\n"
+                                                   "[faults]\n"
+                                                   "seed = 1\n");
+}
+
+TEST(ConfigurationTest, JsonHasTheSameNames)
+{
+    EXPECT_EQ(writeConfigurationJson(Configuration()),
+              R"({"board":{"type":1,"device_code":0,"can_fd_device":false},"wiring":{"buses":[]},)"
+              R"("queues":{"stream_bytes":1048576,"stall_limit_ms":1000},"addresses":{"taken":[]},)"
+              R"("node":[],"peer":[],"faults":{"seed":1,"event":[]}})");
+    const std::string everything = writeConfigurationJson(readConfiguration(EVERYTHING, ""));
+    EXPECT_NE(everything.find(R"("request_id":416944369)"), std::string::npos) << everything;
+    EXPECT_NE(everything.find(R"("name":"brakes \"left\"")"), std::string::npos) << everything;
+}
+
+TEST(ConfigurationTest, UnknownKeyIsNamedWithLineColumnAndNearestName)
+{
+    EXPECT_EQ(mistakesIn("[board]\n  devic_code = 4\n"),
+              "bench.toml:2:3: unknown key \"devic_code\" in [board]; the nearest known name is \"device_code\"");
+    EXPECT_EQ(mistakesIn("[bord]\n"), "bench.toml:1:2: unknown key \"bord\"; the nearest known name is \"board\"");
+    EXPECT_EQ(mistakesIn("[[node]]\nname = \"a\"\nblocksize = 1\n"),
+              "bench.toml:3:1: unknown key \"blocksize\" in [node]; the nearest known name is \"block_size\"");
+    EXPECT_EQ(mistakesIn("[[node]]\nname = \"a\"\n[[node.anser]]\n"),
+              "bench.toml:3:8: unknown key \"anser\" in [node]; the nearest known name is \"answer\"");
+}
+
+TEST(ConfigurationTest, EveryMistakeIsReportedInTheOrderOfTheText)
+{
+    EXPECT_EQ(mistakesIn("[queues]\nstream_bytes = 1\nstall = 2\n[board]\ntype = -1\n"),
+              "bench.toml:2:16: \"stream_bytes\" is a whole number from 4096 to 1073741824\n"
+              "bench.toml:3:1: unknown key \"stall\" in [queues]; the nearest known name is \"stall_limit_ms\"\n"
+              "bench.toml:5:8: \"type\" is a whole number from 0 to 4294967295");
+}
+
+TEST(ConfigurationTest, EveryWrongValueIsNamedWithWhatItShouldBe)
+{
+    const std::string node = "[[node]]\nname = \"a\"\n";
+    const std::string lists = "\"buses\" is a list of lists of channels 0 to 255, for example [[0, 1], [2, 3]]";
+    const std::vector<std::pair<std::string, std::string>> cases{
+        {"[board]\ncan_fd_device = 1\n", "bench.toml:2:17: \"can_fd_device\" is true or false"},
+        {"[board]\ntype = 4294967296\n", "bench.toml:2:8: \"type\" is a whole number from 0 to 4294967295"},
+        {"[board]\ntype = 1.0\n", "bench.toml:2:8: \"type\" is a whole number from 0 to 4294967295"},
+        {"board = 1\n", "bench.toml:1:9: \"board\" is a table: [board]"},
+        {"node = 1\n", "bench.toml:1:8: \"node\" is a list of tables: [[node]]"},
+        {"node = [1]\n", "bench.toml:1:8: \"node\" is a list of tables: [[node]]"},
+        {"[wiring]\nbuses = 1\n", "bench.toml:2:9: " + lists},
+        {"[wiring]\nbuses = [0, 1]\n", "bench.toml:2:9: " + lists},
+        {"[wiring]\nbuses = [[0, 256]]\n", "bench.toml:2:9: " + lists},
+        {"[wiring]\nbuses = [[0, -1]]\n", "bench.toml:2:9: " + lists},
+        {"[wiring]\nbuses = [[0, 1], [1, 2]]\n", "bench.toml:2:9: channel 1 is wired twice"},
+        {"[addresses]\ntaken = \"1.2.3.4\"\n", "bench.toml:2:9: \"taken\" is a list of texts"},
+        {"[addresses]\ntaken = [1]\n", "bench.toml:2:9: \"taken\" is a list of texts"},
+        {"[addresses]\ntaken = [\"1.2.3\"]\n", "bench.toml:2:9: \"1.2.3\" is no IPv4 address"},
+        {"[[node]]\n", "bench.toml:1:1: [node] lacks \"name\""},
+        {"[[node]]\nname = 1\n", "bench.toml:2:8: \"name\" is a text in quotes"},
+        {"[[node]]\nname = \"\"\n", "bench.toml:2:8: a node needs a name"},
+        {node + "channel = 256\n", "bench.toml:3:11: \"channel\" is a whole number from 0 to 255"},
+        {node + "request_id = 0x800\n", "bench.toml:3:14: an identifier above 0x7FF needs extended = true"},
+        {node + "response_id = 0x7E0\n",
+         "bench.toml:3:15: a node that sends with the identifier it listens to answers itself"},
+        {node + "separation_time_us = 950\n",
+         "bench.toml:3:22: 950 cannot be told to a sender; there are 100 to 900 in steps of 100 and whole "
+         "milliseconds"},
+        {node + "separation_time_us = 127001\n",
+         "bench.toml:3:22: \"separation_time_us\" is a whole number from 0 to 127000"},
+        {node + "[[node.answer]]\nrequest = \"2\"\nresponse = \"00\"\n",
+         "bench.toml:4:11: \"request\" is a text of hex bytes, for example \"22 F1 90\""},
+        {node + "[[node.answer]]\nrequest = \"\"\nresponse = \"00\"\n",
+         "bench.toml:4:11: a request has at least one byte"},
+        {node + "[[node.answer]]\nrequest = \"22\"\nmask = \"FF FF\"\nresponse = \"00\"\n",
+         "bench.toml:5:8: the mask has 2 bytes, the request 1"},
+        {node + "[[node.answer]]\nrequest = \"22\"\nresponse = \"\"\n",
+         "bench.toml:5:12: a response has 1 to 4095 bytes, not 0"},
+        {node + "[[node.cyclic]]\nid = 0x800\n", "bench.toml:4:6: an identifier above 0x7FF needs extended = true"},
+        {node + "[[node.cyclic]]\nid = 1\npayload = \"001122334455667788\"\n",
+         "bench.toml:5:11: 9 bytes need fd = true; a classic frame has at most 8"},
+        {node + "[[node.cyclic]]\nid = 1\nfd = true\npayload = \"001122334455667788\"\n",
+         "bench.toml:6:11: a CAN FD frame has 0 to 8, 12, 16, 20, 24, 32, 48 or 64 bytes, not 9"},
+        {node + "[[node.cyclic]]\nid = 1\nperiod_ms = 0\n",
+         "bench.toml:5:13: \"period_ms\" is a whole number from 1 to 4294967295"},
+        {"[[peer]]\nname = \"p\"\nport = 0\n", "bench.toml:3:8: \"port\" is a whole number from 1 to 65535"},
+        {"[[peer]]\nname = \"p\"\nport = 1\naddress = \"host\"\n", "bench.toml:4:11: \"host\" is no IPv4 address"},
+        {"[[peer]]\nname = \"p\"\nport = 1\nbehaviour = \"ecco\"\n",
+         "bench.toml:4:13: \"behaviour\" is one of \"echo\", \"sink\", \"silent\"; the nearest is \"echo\""},
+        {"[[peer]]\nname = \"p\"\nport = 1\nbehaviour = 1\n",
+         "bench.toml:4:13: \"behaviour\" is one of \"echo\", \"sink\", \"silent\""},
+        {"[[faults.event]]\nkind = \"write_fails\"\ntarget = \"/dev/vqlog-fpgac\"\n",
+         "bench.toml:3:10: this board has no device \"/dev/vqlog-fpgac\" to which that can happen"},
+        {"[board]\ntype = 16\n[[faults.event]]\nkind = \"stream_cut\"\ntarget = \"/dev/vqlog-fpgab\"\n",
+         "bench.toml:5:10: this board has no device \"/dev/vqlog-fpgab\" to which that can happen"},
+        {"[[faults.event]]\nkind = \"clock_lost\"\ntarget = \"fpga\"\n",
+         "bench.toml:3:10: \"fpga\" is no clock; there are fpgab and fpgac"},
+        {"[[faults.event]]\nkind = \"peer_silent\"\ntarget = \"x\"\n", "bench.toml:3:10: there is no peer \"x\""},
+        {"[[faults.event]]\nkind = \"write_fails\"\ntarget = \"/dev/vqlog-fpgab\"\nerror = \"EIOO\"\n",
+         "bench.toml:4:9: unknown error \"EIOO\"; the nearest known name is \"EIO\""},
+    };
+    for (const auto& [text, mistake] : cases) {
+        EXPECT_EQ(mistakesIn(text), mistake) << text;
+    }
+}
+
+TEST(ConfigurationTest, TextThatIsNoTomlIsNamedWithItsPlace)
+{
+    const std::string mistake = mistakesIn("[board]\ntype = = 1\n");
+    EXPECT_EQ(mistake.substr(0, 17), "bench.toml:2:8: E") << mistake;
+    EXPECT_EQ(mistake.find('\n'), std::string::npos) << mistake;
+}
+
+TEST(ConfigurationTest, FaultOnTheTransmitPathOfACombinedBoardIsAccepted)
+{
+    EXPECT_EQ(mistakesIn("[board]\ntype = 16\n[[faults.event]]\nkind = \"write_fails\"\n"
+                         "target = \"/dev/vqlog-fpgab\"\n"),
+              "");
+}
+
+TEST(ConfigurationTest, RecordOfAProgramIsCheckedWithTheSameSentences)
+{
+    Configuration made;
+    EXPECT_TRUE(check(made).empty());
+    made.wiring.buses = {{1, 1}};
+    made.nodes.push_back({});
+    made.nodes[0].answers.push_back({});
+    made.faults.events.push_back({});
+    EXPECT_EQ(check(made), (std::vector<std::string>{
+                               "wiring.buses: channel 1 is wired twice", "node[0].name: a node needs a name",
+                               "node[0].answer[0].request: a request has at least one byte",
+                               "node[0].answer[0].response: a response has 1 to 4095 bytes, not 0",
+                               "faults.event[0].target: this board has no device \"\" to which that can happen"}));
+}
+
+TEST(ConfigurationTest, FileIsReadAndAMissingOneReported)
+{
+    const TemporaryDirectory directory;
+    EXPECT_EQ(readConfigurationFile(directory.write("a.toml", "[board]\ntype = 16\n")).board.boardType, 16U);
+    try {
+        readConfigurationFile(directory.path("none.toml"));
+        FAIL() << "a missing file was read";
+    } catch (const std::system_error& error) {
+        EXPECT_EQ(error.code().value(), ENOENT);
+        EXPECT_EQ(error.what(), directory.path("none.toml") + ": No such file or directory");
+    }
+    try {
+        readConfigurationFile(directory.path(""));
+        FAIL() << "a directory was read";
+    } catch (const std::system_error& error) {
+        EXPECT_EQ(error.code().value(), EISDIR);
+    }
+}
+
+TEST(ConfigurationTest, ReferenceInTheDocumentsIsThatOfTheCode)
+{
+    std::ifstream file(CONFIGURATION_REFERENCE);
+    const std::string document{std::istreambuf_iterator<char>(file), {}};
+    const std::string begin = "<!-- keys: begin -->\n";
+    const std::string end = "<!-- keys: end -->";
+    const size_t from = document.find(begin);
+    ASSERT_NE(from, std::string::npos) << "docs/configuration.md has no place for the keys";
+    const size_t first = from + begin.size();
+    EXPECT_EQ(document.substr(first, document.find(end) - first), markdownReference());
+}
+
+TEST(NearestNameTest, FewestTypingErrorsWin)
+{
+    const std::array<std::string_view, 3> names{"type", "device_code", "can_fd_device"};
+    EXPECT_EQ(nearestName("tpye", names), "type");
+    EXPECT_EQ(nearestName("device", names), "device_code");
+    EXPECT_EQ(nearestName("", names), "type");
+    EXPECT_EQ(nearestName(std::string(100000, 'x'), names), "type");
+    EXPECT_EQ(nearestName("x", {}), "");
+}
+
+TEST(HexBytesTest, PairsWithAndWithoutSeparatorsAreRead)
+{
+    EXPECT_EQ(parseHexBytes("22F190"), (Bytes{0x22, 0xF1, 0x90}));
+    EXPECT_EQ(parseHexBytes("22 f1.90 "), (Bytes{0x22, 0xF1, 0x90}));
+    EXPECT_EQ(parseHexBytes(""), Bytes());
+    EXPECT_EQ(formatHexBytes(Bytes{0x22, 0x0F}), "22 0F");
+    for (const char* text : {"2", "2 2", "0x22", "GG", "-1", "22,33"}) {
+        EXPECT_FALSE(parseHexBytes(text)) << text;
+    }
+}
+
+TEST(ErrorNameTest, NamesAreThoseOfTheSystem)
+{
+    EXPECT_EQ(errorNumberOf("EIO"), EIO);
+    EXPECT_EQ(errorNumberOf("ENOSPC"), ENOSPC);
+    EXPECT_EQ(errorNumberOf("ETIMEDOUT"), ETIMEDOUT);
+    EXPECT_FALSE(errorNumberOf("eio"));
+    for (const std::string_view name : errorNames()) {
+        EXPECT_TRUE(errorNumberOf(name)) << name;
+    }
+}
+
+} // namespace config

@@ -1,0 +1,437 @@
+#include "endpoint/Endpoint.h"
+
+#include <logger/VirtualLogger.h>
+#include <wire/Protocol.h>
+
+#include <gtest/gtest.h>
+#include <support/ChildProcess.h>
+#include <support/TemporaryDirectory.h>
+
+#include <sys/socket.h>
+#include <sys/stat.h>
+#include <sys/un.h>
+#include <unistd.h>
+
+#include <chrono>
+#include <cstring>
+#include <thread>
+
+namespace {
+
+const std::string PLAIN_BOARD = "board 1 0 0\n";
+const std::string EXTENSION_BOARD = "board 1 4 0\n";
+
+vlogger::Options withExtension(const std::string& socketPath)
+{
+    vlogger::Options options;
+    options.board = vlogger::board::WITH_EXTENSION;
+    options.socketPath = socketPath;
+    return options;
+}
+
+ChildProcess child(std::vector<std::string> commands)
+{
+    commands.insert(commands.begin(), ENDPOINT_CHILD);
+    return ChildProcess(std::move(commands));
+}
+
+/// Something at the place of a virtual logger that is none: it does to each connection what it is told.
+class FalseLogger
+{
+public:
+    enum class Manner
+    {
+        SILENT,
+        HANGS_UP,
+        ANSWERS_RUBBISH,
+        ACCEPTS_NOBODY,
+    };
+
+    FalseLogger(const std::string& path, Manner manner) : fd(socket(AF_UNIX, SOCK_SEQPACKET | SOCK_CLOEXEC, 0))
+    {
+        sockaddr_un address{};
+        address.sun_family = AF_UNIX;
+        std::strncpy(address.sun_path, path.c_str(), sizeof(address.sun_path) - 1);
+        EXPECT_EQ(bind(fd, reinterpret_cast<const sockaddr*>(&address), sizeof(address)), 0);
+        EXPECT_EQ(listen(fd, 0), 0);
+        chmod(path.c_str(), 0777);
+        if (manner == Manner::ACCEPTS_NOBODY) {
+            // The only place in the queue is taken.
+            waiting = socket(AF_UNIX, SOCK_SEQPACKET | SOCK_CLOEXEC, 0);
+            EXPECT_EQ(connect(waiting, reinterpret_cast<const sockaddr*>(&address), sizeof(address)), 0);
+        } else {
+            server = std::thread([this, manner] { serve(manner); });
+        }
+    }
+
+    ~FalseLogger()
+    {
+        shutdown(fd, SHUT_RDWR); // ends accept()
+        if (server.joinable()) {
+            server.join();
+        }
+        for (const int kept : connections) {
+            close(kept);
+        }
+        close(fd);
+        if (waiting >= 0) {
+            close(waiting);
+        }
+    }
+
+private:
+    void serve(Manner manner)
+    {
+        while (true) {
+            const int connection = accept(fd, nullptr, nullptr);
+            if (connection < 0) {
+                return;
+            }
+            if (manner == Manner::ANSWERS_RUBBISH) {
+                send(connection, "rubbish", 7, MSG_NOSIGNAL);
+            }
+            if (manner == Manner::HANGS_UP) {
+                char request[512];
+                static_cast<void>(recv(connection, request, sizeof(request), 0));
+                close(connection);
+            } else {
+                connections.push_back(connection);
+            }
+        }
+    }
+
+    int fd;
+    int waiting = -1;
+    std::vector<int> connections;
+    std::thread server;
+};
+
+class EndpointTest : public testing::Test
+{
+protected:
+    EndpointTest() { mkdir(directory.path("vlogger").c_str(), 0700); }
+
+    /// A program without VLOGGER whose default socket is defaultSocket().
+    ChildProcess undecidedChild(std::vector<std::string> commands) const
+    {
+        return child(std::move(commands)).without("VLOGGER").with("XDG_RUNTIME_DIR", directory.path());
+    }
+
+    std::string defaultSocket() const { return directory.path("vlogger/socket"); }
+
+    static std::string unreachableLine(const std::string& path, const std::string& reason)
+    {
+        return "[ERROR] virtual logger: cannot reach the one at " + path + ": " + reason +
+               "; start it with 'vlogger serve --socket " + path +
+               "', or unset VLOGGER to run on one inside the process\n";
+    }
+
+    std::string embeddedLine() const
+    {
+        return "[INFO] virtual logger: no virtual logger listens at " + defaultSocket() +
+               "; this process runs on one of its own\n";
+    }
+
+    TemporaryDirectory directory;
+};
+
+} // namespace
+
+TEST_F(EndpointTest, EmbeddedOnRequestWorksAndSaysNothing)
+{
+    const ChildResult result =
+        child({"board", "read", "write", "send", "offset"}).with("VLOGGER", "embedded").run();
+
+    EXPECT_EQ(result.out, PLAIN_BOARD + "opened\nopened\nsent 0\noffset known\n");
+    EXPECT_EQ(result.err, "");
+    EXPECT_EQ(result.exitCode, 0);
+}
+
+TEST_F(EndpointTest, WithoutAnyLoggerAnEmbeddedOneIsStartedAndSaidOnce)
+{
+    const ChildResult result = undecidedChild({"board", "read", "write", "send"}).run();
+
+    EXPECT_EQ(result.out, PLAIN_BOARD + "opened\nopened\nsent 0\n");
+    EXPECT_EQ(result.err, embeddedLine());
+}
+
+TEST_F(EndpointTest, EmptyVariableCountsAsNone)
+{
+    const ChildResult result = undecidedChild({"board"}).with("VLOGGER", "").run();
+
+    EXPECT_EQ(result.err, embeddedLine());
+}
+
+TEST_F(EndpointTest, ProgramThatNeverUsesThePlatformStartsNothing)
+{
+    const ChildResult result = undecidedChild({}).run();
+
+    EXPECT_EQ(result.out + result.err, "");
+}
+
+TEST_F(EndpointTest, LoggerAtTheDefaultSocketIsUsed)
+{
+    const vlogger::VirtualLogger logger(withExtension(defaultSocket()));
+
+    const ChildResult result = undecidedChild({"board", "extension", "send"}).run();
+
+    EXPECT_EQ(result.out, EXTENSION_BOARD + "opened\nsent 0\n");
+    EXPECT_EQ(result.err, "");
+}
+
+TEST_F(EndpointTest, DefaultSocketWithoutRuntimeDirectoryIsInTheUsersDirectoryBelowTmp)
+{
+    const std::string path = "/tmp/vlogger-" + std::to_string(geteuid()) + "/socket";
+    if (access(path.c_str(), F_OK) == 0) {
+        GTEST_SKIP() << "a virtual logger of this user runs";
+    }
+
+    for (const std::string runtimeDirectory : {"", "relative"}) {
+        const ChildResult result = undecidedChild({"board"}).with("XDG_RUNTIME_DIR", runtimeDirectory).run();
+
+        EXPECT_EQ(result.err, "[INFO] virtual logger: no virtual logger listens at " + path +
+                                  "; this process runs on one of its own\n");
+    }
+}
+
+TEST_F(EndpointTest, SocketOfADeadLoggerAtTheDefaultPlaceCountsAsNone)
+{
+    {
+        const FalseLogger dead(defaultSocket(), FalseLogger::Manner::SILENT);
+    }
+
+    const ChildResult result = undecidedChild({"board"}).run();
+
+    EXPECT_EQ(result.out, PLAIN_BOARD);
+    EXPECT_EQ(result.err, embeddedLine());
+}
+
+TEST_F(EndpointTest, DefaultSocketInADirectoryThatOthersMayWriteToIsNotTrusted)
+{
+    const vlogger::VirtualLogger logger(withExtension(defaultSocket()));
+    chmod(directory.path("vlogger").c_str(), 0770);
+
+    const ChildResult result = undecidedChild({"board"}).run();
+
+    EXPECT_EQ(result.out, PLAIN_BOARD);
+    EXPECT_EQ(result.err, "[INFO] virtual logger: " + directory.path("vlogger") +
+                              ": it is not this user's alone: Permission denied; this process runs on one of its "
+                              "own\n");
+}
+
+TEST_F(EndpointTest, DefaultSocketInALinkedDirectoryIsNotTrusted)
+{
+    const vlogger::VirtualLogger logger(withExtension(directory.path("elsewhere/socket")));
+    rmdir(directory.path("vlogger").c_str());
+    ASSERT_EQ(symlink("elsewhere", directory.path("vlogger").c_str()), 0);
+
+    const ChildResult result = undecidedChild({"board"}).run();
+
+    EXPECT_EQ(result.out, PLAIN_BOARD);
+}
+
+TEST_F(EndpointTest, NamedLoggerIsUsed)
+{
+    const std::string path = directory.path("named/socket");
+    const vlogger::VirtualLogger logger(withExtension(path));
+
+    const ChildResult result = child({"board", "extension", "send", "offset"}).with("VLOGGER", path).run();
+
+    EXPECT_EQ(result.out, EXTENSION_BOARD + "opened\nsent 0\noffset known\n");
+    EXPECT_EQ(result.err, "");
+}
+
+TEST_F(EndpointTest, NamedSocketThatIsMissingIsAnErrorWithItsRemedySaidOnce)
+{
+    const std::string path = directory.path("missing");
+
+    const ChildResult result = child({"write", "read", "offset"}).with("VLOGGER", path).run();
+
+    EXPECT_EQ(result.out, "open failed: No such device or address\n"
+                          "open failed: No such device or address\n"
+                          "exception: no time offset of fpgab: No such device or address\n");
+    EXPECT_EQ(result.err, unreachableLine(path, "No such file or directory"));
+}
+
+TEST_F(EndpointTest, NamedSocketOfADeadLoggerRefusesTheConnection)
+{
+    const std::string path = directory.path("dead");
+    {
+        const FalseLogger dead(path, FalseLogger::Manner::SILENT);
+    }
+
+    const ChildResult result = child({"write"}).with("VLOGGER", path).run();
+
+    EXPECT_EQ(result.out, "open failed: Connection refused\n");
+    EXPECT_EQ(result.err, unreachableLine(path, "Connection refused"));
+}
+
+TEST_F(EndpointTest, NamedSocketThatIsTooLongIsAnError)
+{
+    const std::string path = "/" + std::string(200, 'x');
+
+    const ChildResult result = child({"write"}).with("VLOGGER", path).run();
+
+    EXPECT_EQ(result.out, "open failed: No such device or address\n");
+    EXPECT_EQ(result.err, unreachableLine(path, "File name too long"));
+}
+
+TEST_F(EndpointTest, BoardThatDoesNotAnswerCountsAsPlainAndIsSaidOnce)
+{
+    const std::string path = directory.path("missing");
+
+    const ChildResult result = child({"board", "board"}).with("VLOGGER", path).run();
+
+    EXPECT_EQ(result.out, PLAIN_BOARD + PLAIN_BOARD);
+    EXPECT_EQ(result.err,
+              unreachableLine(path, "No such file or directory") +
+                  "[ERROR] PIE: the board does not answer: No such device or address; this process takes "
+                  "it for a plain one\n");
+}
+
+TEST_F(EndpointTest, SocketOfAnotherUsersProcessIsRefused)
+{
+    if (geteuid() != 0) {
+        GTEST_SKIP() << "needs to change the user";
+    }
+    chmod(directory.path().c_str(), 0755);
+    const std::string path = directory.path("foreign");
+    const FalseLogger foreign(path, FalseLogger::Manner::SILENT);
+
+    const ChildResult result = child({"nobody", "write"}).with("VLOGGER", path).run();
+
+    EXPECT_EQ(result.out, "open failed: Permission denied\n");
+}
+
+TEST_F(EndpointTest, SilentLoggerTimesOutAfterFiveSeconds)
+{
+    const std::string path = directory.path("silent");
+    const FalseLogger silent(path, FalseLogger::Manner::SILENT);
+    const auto start = std::chrono::steady_clock::now();
+
+    const ChildResult result = child({"write"}).with("VLOGGER", path).run();
+
+    EXPECT_EQ(result.out, "open failed: Connection timed out\n");
+    EXPECT_GE(std::chrono::steady_clock::now() - start, std::chrono::milliseconds(4900));
+}
+
+TEST_F(EndpointTest, LoggerThatAcceptsNoConnectionTimesOutAfterFiveSeconds)
+{
+    const std::string path = directory.path("full");
+    const FalseLogger full(path, FalseLogger::Manner::ACCEPTS_NOBODY);
+    const auto start = std::chrono::steady_clock::now();
+
+    const ChildResult result = child({"write"}).with("VLOGGER", path).run();
+
+    EXPECT_EQ(result.out, "open failed: Connection timed out\n");
+    EXPECT_GE(std::chrono::steady_clock::now() - start, std::chrono::milliseconds(4900));
+}
+
+TEST_F(EndpointTest, LoggerThatHangsUpResetsTheConnection)
+{
+    const std::string path = directory.path("hanging-up");
+    const FalseLogger hangingUp(path, FalseLogger::Manner::HANGS_UP);
+
+    const ChildResult result = child({"write", "offset"}).with("VLOGGER", path).run();
+
+    EXPECT_EQ(result.out, "open failed: Connection reset by peer\n"
+                          "exception: no time offset of fpgab: Connection reset by peer\n");
+}
+
+TEST_F(EndpointTest, LoggerThatAnswersRubbishIsAProtocolError)
+{
+    const std::string path = directory.path("rubbish");
+    const FalseLogger rubbish(path, FalseLogger::Manner::ANSWERS_RUBBISH);
+
+    const ChildResult result = child({"write", "board"}).with("VLOGGER", path).run();
+
+    EXPECT_EQ(result.out, "open failed: Protocol error\n" + PLAIN_BOARD);
+    EXPECT_EQ(result.err,
+              "[ERROR] PIE: the board does not answer: Protocol error; this process takes it for a plain "
+              "one\n");
+}
+
+TEST_F(EndpointTest, EmbeddedLoggerServesDestructorsOfStaticObjects)
+{
+    const ChildResult result = undecidedChild({"write", "last"}).run();
+
+    EXPECT_EQ(result.out, "opened\n" + PLAIN_BOARD + "opened\nsent 0\n");
+    EXPECT_EQ(result.err, embeddedLine());
+    EXPECT_EQ(result.exitCode, 0);
+}
+
+TEST_F(EndpointTest, ExitStartsNoEmbeddedLogger)
+{
+    const ChildResult result = undecidedChild({"last"}).run();
+
+    EXPECT_EQ(result.out, PLAIN_BOARD + "open failed: No such device or address\n");
+    EXPECT_EQ(result.err, "");
+    EXPECT_EQ(result.exitCode, 0);
+}
+
+TEST_F(EndpointTest, NamedLoggerServesDestructorsOfStaticObjects)
+{
+    const std::string path = directory.path("named/socket");
+    const vlogger::VirtualLogger logger(withExtension(path));
+
+    const ChildResult result = child({"last"}).with("VLOGGER", path).run();
+
+    EXPECT_EQ(result.out, EXTENSION_BOARD + "opened\nsent 0\n");
+}
+
+TEST_F(EndpointTest, ProcessMayExitFromAnotherThread)
+{
+    const ChildResult result = undecidedChild({"write", "last", "exit-in-thread"}).run();
+
+    EXPECT_EQ(result.out, "opened\n" + PLAIN_BOARD + "opened\nsent 0\n");
+    EXPECT_EQ(result.exitCode, 0);
+}
+
+TEST_F(EndpointTest, ForkedChildFailsInsteadOfWaitingForTheThreadOfItsParent)
+{
+    const ChildResult result = child({"write", "fork", "write"}).with("VLOGGER", "embedded").run();
+
+    EXPECT_EQ(result.out, "opened\nopen failed: No such device or address\nopened\n");
+}
+
+TEST_F(EndpointTest, UnknownTimeOffsetSaysWhy)
+{
+    const ChildResult result = child({"unknown-offset"}).with("VLOGGER", "embedded").run();
+
+    EXPECT_EQ(result.out, "exception: no time offset of fpgaz: there is no such device\n");
+}
+
+TEST_F(EndpointTest, NamedLoggerMayStartLaterStopAndStartAgain)
+{
+    const std::string path = directory.path("named/socket");
+    setenv("VLOGGER", path.c_str(), 1);
+    vqhost::Endpoint& sut = vqhost::Endpoint::instance();
+
+    EXPECT_THROW(sut.connect(), std::system_error);
+    for (int i = 0; i < 2; ++i) {
+        const vlogger::VirtualLogger logger(withExtension(path));
+        EXPECT_TRUE(sut.connect());
+    }
+    EXPECT_THROW(sut.connect(), std::system_error);
+    EXPECT_EQ(sut.embedded(), nullptr);
+}
+
+TEST_F(EndpointTest, ManyThreadsGetTheSameEmbeddedLogger)
+{
+    setenv("VLOGGER", "embedded", 1);
+    std::vector<std::thread> users;
+    std::array<vlogger::VirtualLogger*, 8> loggers{};
+    for (vlogger::VirtualLogger*& logger : loggers) {
+        users.emplace_back([&logger] {
+            EXPECT_TRUE(vqhost::Endpoint::instance().connect());
+            logger = vqhost::Endpoint::instance().embedded();
+        });
+    }
+    for (std::thread& user : users) {
+        user.join();
+    }
+    for (const vlogger::VirtualLogger* logger : loggers) {
+        EXPECT_NE(logger, nullptr);
+        EXPECT_EQ(logger, loggers.front());
+    }
+}

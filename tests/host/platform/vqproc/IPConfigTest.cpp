@@ -1,0 +1,193 @@
+#include <vqproc/IPConfig.h>
+
+#include <support/CapturedOutput.h>
+
+#include <gtest/gtest.h>
+
+#include <cstdlib>
+
+namespace {
+
+/// What configureIP answered, and what it wrote to standard error.
+struct Answer
+{
+    bool granted;
+    std::string said;
+    bool operator==(const Answer&) const = default;
+};
+
+std::ostream& operator<<(std::ostream& stream, const Answer& answer)
+{
+    return stream << answer.granted << " \"" << answer.said << '"';
+}
+
+class IPConfigTest : public testing::Test
+{
+protected:
+    ~IPConfigTest() override { unsetenv("VQIPCONFIG"); }
+
+    static void chooseMode(const char* mode) { setenv("VQIPCONFIG", mode, 1); }
+
+    Answer configure(bool udp = true) const
+    {
+        CapturedOutput output;
+        const bool granted = IPConfig::getInstance()->configureIP(config, udp);
+        EXPECT_EQ(output.out(), "");
+        return {granted, output.err()};
+    }
+
+    static ethernetConfig_t someConfig()
+    {
+        ethernetConfig_t record;
+        record.interfaceName = "eth1";
+        record.serverIp = "127.0.0.2";
+        record.loggerIp = "127.0.0.1";
+        record.subnet = "255.0.0.0";
+        record.gatewayIp = "127.0.0.254";
+        return record;
+    }
+
+    ethernetConfig_t config = someConfig();
+    const Answer GRANTED = {true, ""};
+};
+
+TEST_F(IPConfigTest, IsOneObject)
+{
+    EXPECT_NE(IPConfig::getInstance(), nullptr);
+    EXPECT_EQ(IPConfig::getInstance(), IPConfig::getInstance());
+}
+
+TEST_F(IPConfigTest, CheckIsTheDefaultAndGrantsAnAddressOfThisMachine)
+{
+    unsetenv("VQIPCONFIG");
+    EXPECT_EQ(configure(true), GRANTED);
+    EXPECT_EQ(configure(false), GRANTED);
+    chooseMode("");
+    EXPECT_EQ(configure(true), GRANTED);
+    chooseMode("check");
+    EXPECT_EQ(configure(true), GRANTED);
+}
+
+TEST_F(IPConfigTest, CheckRefusesAnAddressOfAnotherMachine)
+{
+    config.loggerIp = "192.0.2.1"; // reserved for documentation: on no machine
+    const Answer refused = {false,
+                            "[ERROR] IPConfig: refused 192.0.2.1 on eth1: Cannot assign requested address; put "
+                            "it on an interface, or set VQIPCONFIG to apply or accept\n"};
+    EXPECT_EQ(configure(true), refused);
+    EXPECT_EQ(configure(false), refused);
+}
+
+TEST_F(IPConfigTest, CheckGrantsTheWildcardAddress)
+{
+    config.loggerIp = "0.0.0.0";
+    EXPECT_EQ(configure(), GRANTED);
+}
+
+TEST_F(IPConfigTest, CheckWorksWithoutMaskAndGateway)
+{
+    config.subnet = "";
+    config.gatewayIp = "";
+    EXPECT_EQ(configure(), GRANTED);
+}
+
+TEST_F(IPConfigTest, TextThatIsNoAddressIsRefused)
+{
+    for (const char* const text : {"", "10.1", "logger"}) {
+        config.loggerIp = text;
+        EXPECT_EQ(configure(), (Answer{false, std::string("[ERROR] IPConfig: refused ") + text +
+                                                  " on eth1: it is no dotted IPv4 address\n"}));
+    }
+}
+
+TEST_F(IPConfigTest, AddressThatNoHostCanHaveIsRefused)
+{
+    for (const char* const text : {"224.0.0.1", "255.255.255.255", "0.0.0.1"}) {
+        config.loggerIp = text;
+        EXPECT_EQ(configure(), (Answer{false, std::string("[ERROR] IPConfig: refused ") + text +
+                                                  " on eth1: it is no address of a host\n"}));
+    }
+}
+
+TEST_F(IPConfigTest, WrongMaskIsRefused)
+{
+    config.subnet = "255.0.255.0";
+    EXPECT_EQ(configure(),
+              (Answer{false, "[ERROR] IPConfig: refused 127.0.0.1 on eth1: \"255.0.255.0\" is no subnet "
+                             "mask\n"}));
+}
+
+TEST_F(IPConfigTest, WrongGatewayIsRefused)
+{
+    config.gatewayIp = "gateway";
+    EXPECT_EQ(configure(),
+              (Answer{false, "[ERROR] IPConfig: refused 127.0.0.1 on eth1: the gateway \"gateway\" is no "
+                             "dotted IPv4 address\n"}));
+}
+
+TEST_F(IPConfigTest, AcceptGrantsEverything)
+{
+    chooseMode("accept");
+    config.loggerIp = "192.0.2.1";
+    EXPECT_EQ(configure(), GRANTED);
+    config.loggerIp = "nonsense";
+    EXPECT_EQ(configure(), GRANTED);
+}
+
+TEST_F(IPConfigTest, UnknownModeIsSaidAndTakenForCheck)
+{
+    chooseMode("aply");
+    const std::string line =
+        "[WARNING] IPConfig: VQIPCONFIG is \"aply\", which is none of check, apply and accept; "
+        "taken for check\n";
+    EXPECT_EQ(configure(), (Answer{true, line}));
+    config.loggerIp = "nonsense";
+    EXPECT_EQ(configure(), (Answer{false, line + "[ERROR] IPConfig: refused nonsense on eth1: it is no dotted IPv4 "
+                                                 "address\n"}));
+}
+
+TEST_F(IPConfigTest, ApplyNeedsAMask)
+{
+    chooseMode("apply");
+    config.subnet = "";
+    EXPECT_EQ(configure(),
+              (Answer{false, "[ERROR] IPConfig: refused 127.0.0.1 on eth1: \"\" is no subnet mask\n"}));
+}
+
+TEST_F(IPConfigTest, ApplyRefusesTheWildcardAddress)
+{
+    chooseMode("apply");
+    config.loggerIp = "0.0.0.0";
+    EXPECT_EQ(configure(),
+              (Answer{false, "[ERROR] IPConfig: refused 0.0.0.0 on eth1: it is no address of a host\n"}));
+}
+
+TEST_F(IPConfigTest, ApplyRefusesAnUnknownInterface)
+{
+    chooseMode("apply");
+    config.interfaceName = "nosuchinterface0";
+    EXPECT_EQ(configure(), (Answer{false, "[ERROR] IPConfig: refused 127.0.0.1 on nosuchinterface0: there is no "
+                                          "interface nosuchinterface0\n"}));
+}
+
+TEST_F(IPConfigTest, ApplyGrantsAnAddressThatTheInterfaceCarries)
+{
+    chooseMode("apply");
+    config.interfaceName = "lo";
+    EXPECT_EQ(configure(), GRANTED);
+    // It was not added, so it stays.
+    IPConfig::getInstance()->removeIP(config);
+    chooseMode("check");
+    EXPECT_EQ(configure(), GRANTED);
+}
+
+TEST_F(IPConfigTest, RemovalOfWhatWasNeverAddedIsANoOp)
+{
+    CapturedOutput output;
+    IPConfig::getInstance()->removeIP(config);
+    IPConfig::getInstance()->removeIP({});
+    EXPECT_EQ(output.out(), "");
+    EXPECT_EQ(output.err(), "");
+}
+
+} // namespace

@@ -1,0 +1,16 @@
+#pragma once
+
+#include <chrono>
+#include <cstddef>
+
+/// Sees every pselect() of the process, which is the wait of the receive thread: how often it found a device ready,
+/// and how often its time ran out.
+namespace pselectwatch {
+
+/// Waits until it has returned so many more times because something was ready.
+bool awaitReady(size_t count, std::chrono::milliseconds limit);
+
+/// Waits until its time has run out so many more times.
+bool awaitTimeouts(size_t count, std::chrono::milliseconds limit);
+
+} // namespace pselectwatch

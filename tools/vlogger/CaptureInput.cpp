@@ -1,0 +1,73 @@
+#include "CaptureInput.h"
+
+#include <capture/CaptureError.h>
+
+#include <cerrno>
+#include <filesystem>
+#include <iostream>
+#include <system_error>
+
+namespace tool {
+
+namespace {
+
+constexpr uint64_t COMPLAINTS_MAX = 10;
+
+} // namespace
+
+CaptureInput::CaptureInput(const std::string& path) : name(path), stream(&file)
+{
+    if (path == "-") {
+        name = "standard input";
+        stream = &std::cin;
+    } else {
+        file.open(path, std::ios::binary);
+        if (!file) {
+            throw std::system_error(errno, std::generic_category(), path);
+        }
+        std::error_code unknown;
+        const auto size = std::filesystem::file_size(path, unknown);
+        sizeBytes = unknown ? 0 : static_cast<double>(size);
+    }
+    reader = capture::makeCaptureReader(*stream);
+}
+
+bool CaptureInput::next(capture::CaptureFrame& frame)
+{
+    while (true) {
+        try {
+            return reader->next(frame);
+        } catch (const capture::CaptureError& error) {
+            complain(error.what());
+            if (!error.canContinue()) {
+                return false;
+            }
+        }
+    }
+}
+
+void CaptureInput::complain(const std::string& text)
+{
+    ++errors;
+    if (errors <= COMPLAINTS_MAX) {
+        std::cerr << "vlogger: " << name << ": " << text << std::endl;
+    }
+}
+
+double CaptureInput::done()
+{
+    const auto position = stream->tellg();
+    return sizeBytes > 0 && position >= 0 ? static_cast<double>(position) / sizeBytes : -1;
+}
+
+void CaptureInput::remark() const
+{
+    if (errors > COMPLAINTS_MAX) {
+        std::cerr << "vlogger: " << name << ": " << errors << " places in all cannot be read" << std::endl;
+    }
+    for (const std::string& text : reader->remarks()) {
+        std::cerr << "vlogger: " << name << ": " << text << std::endl;
+    }
+}
+
+} // namespace tool

@@ -1,0 +1,41 @@
+#pragma once
+
+#include <capture/CaptureReader.h>
+
+#include <cstdint>
+#include <fstream>
+#include <memory>
+#include <string>
+
+namespace tool {
+
+/// A capture file that is read over everything unreadable in it, which is counted and, the first few times, said on
+/// standard error.
+class CaptureInput
+{
+public:
+    /// @param path  "-": standard input
+    /// @throws std::system_error if the file cannot be opened
+    explicit CaptureInput(const std::string& path);
+
+    /// @return false at the end
+    bool next(capture::CaptureFrame& frame);
+
+    uint64_t unreadable() const { return errors; }
+    /// How much of the file is read, 0 to 1; negative if nobody knows.
+    double done();
+    /// Says what the capture held besides, on standard error.
+    void remark() const;
+
+private:
+    void complain(const std::string& text);
+
+    std::string name;
+    std::ifstream file;
+    std::istream* stream;
+    std::unique_ptr<capture::CaptureReader> reader;
+    double sizeBytes = 0;
+    uint64_t errors = 0;
+};
+
+} // namespace tool

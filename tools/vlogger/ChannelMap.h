@@ -1,0 +1,26 @@
+#pragma once
+
+#include <cstdint>
+#include <map>
+#include <string>
+#include <vector>
+
+namespace tool {
+
+/// Which channel the frames of an interface in a capture are sent on: what --map says, else the number at the end
+/// of the interface's name.
+class ChannelMap
+{
+public:
+    /// @param rules  "can0=3", "vcan1=can7"
+    /// @throws WrongUsage with the text of a rule that cannot be
+    explicit ChannelMap(const std::vector<std::string>& rules);
+
+    /// @throws WrongUsage if the interface has neither a rule nor a number
+    uint8_t channelOf(const std::string& interfaceName);
+
+private:
+    std::map<std::string, uint8_t> channels;
+};
+
+} // namespace tool

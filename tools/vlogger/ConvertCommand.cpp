@@ -1,0 +1,74 @@
+#include "CaptureInput.h"
+#include "Commands.h"
+#include "ExitCode.h"
+#include "FormatOption.h"
+#include "Progress.h"
+
+#include <capture/CaptureError.h>
+
+#include <iostream>
+#include <memory>
+
+namespace tool {
+
+namespace {
+
+struct Options
+{
+    std::string input;
+    std::string output;
+    std::string format;
+};
+
+void convert(const Options& options, Context& context)
+{
+    CaptureInput input(options.input);
+    capture::CaptureFile output(options.output, chosenFormat(options.format, options.output),
+                                "vlogger " VLOGGER_VERSION);
+    uint64_t frames = 0;
+    uint64_t refused = 0;
+    {
+        Progress progress("converting");
+        capture::CaptureFrame frame;
+        while (input.next(frame)) {
+            try {
+                output.write(frame);
+            } catch (const capture::CaptureError& error) {
+                ++refused;
+            }
+            ++frames;
+            progress.update(frames, input.done());
+        }
+        output.finish();
+    }
+    input.remark();
+    if (refused != 0) {
+        std::cerr << "vlogger: " << refused << " frames have a time that the format cannot hold" << std::endl;
+    }
+    std::cerr << "vlogger: " << output.framesWritten() << " frames converted" << std::endl;
+    context.exitCode = input.unreadable() + refused == 0 ? SUCCESS : LOSS;
+}
+
+} // namespace
+
+void addConvert(CLI::App& app, Context& context)
+{
+    const auto options = std::make_shared<Options>();
+    CLI::App* const command = app.add_subcommand("convert", "Change the format of a capture");
+    command->add_option("IN", options->input, "Capture to read, candump log or pcapng; -: standard input")
+        ->required()
+        ->type_name("");
+    command->add_option("OUT", options->output, "Capture to write; .pcapng: pcapng; -: a log to standard output")
+        ->required()
+        ->type_name("");
+    addFormatOption(*command, options->format);
+    command->footer(
+        "\nWhat cannot be read is skipped, said and counted; the exit code is 3 then. A candump log has no\n"
+        "place for directions, nanoseconds and counts of lost frames.\n"
+        "\nExamples:\n"
+        "  vlogger convert trip.log trip.pcapng\n"
+        "  vlogger convert trip.pcapng - | head\n");
+    command->callback([options, &context] { convert(*options, context); });
+}
+
+} // namespace tool

@@ -1,0 +1,96 @@
+#include "FilterSet.h"
+
+#include "FrameText.h"
+#include "Usage.h"
+
+#include <algorithm>
+#include <charconv>
+#include <optional>
+#include <string_view>
+
+namespace tool {
+
+namespace {
+
+constexpr uint32_t EXTENDED_FLAG = 0x80000000;
+constexpr uint32_t REMOTE_FLAG = 0x40000000;
+constexpr size_t EXTENDED_DIGITS = 8;
+
+std::optional<uint32_t> hexNumber(std::string_view digits)
+{
+    uint32_t value = 0;
+    const char* const end = digits.data() + digits.size();
+    const auto [position, error] = std::from_chars(digits.data(), end, value, 16);
+    return error == std::errc{} && position == end ? std::optional(value) : std::nullopt;
+}
+
+/// Cuts the text at commas.
+std::vector<std::string> partsOf(const std::string& text)
+{
+    std::vector<std::string> parts;
+    size_t begin = 0;
+    for (size_t end = text.find(','); end != std::string::npos; end = text.find(',', begin)) {
+        parts.push_back(text.substr(begin, end - begin));
+        begin = end + 1;
+    }
+    parts.push_back(text.substr(begin));
+    return parts;
+}
+
+} // namespace
+
+FilterSet::FilterSet(const std::vector<std::string>& texts)
+{
+    for (const std::string& text : texts) {
+        const std::vector<std::string> parts = partsOf(text);
+        Entry& entry = entries.emplace_back();
+        if (parts.front() == "any") {
+            entry.channels.set();
+        } else if (const auto channel = parseChannel(parts.front())) {
+            entry.channels.set(*channel);
+        } else {
+            throw WrongUsage("filter \"" + text + "\": \"" + parts.front() +
+                             "\" is no channel (can0 to can255, any)");
+        }
+        for (size_t i = 1; i < parts.size(); ++i) {
+            entry.rules.push_back(parseRule(parts[i]));
+        }
+        watched |= entry.channels;
+    }
+    if (entries.empty()) {
+        watched.set();
+    }
+}
+
+FilterSet::Rule FilterSet::parseRule(const std::string& text)
+{
+    const size_t middle = text.find_first_of(":~");
+    const std::string_view digits = std::string_view(text).substr(0, middle);
+    const auto value = hexNumber(digits);
+    const auto mask =
+        middle == std::string::npos ? std::nullopt : hexNumber(std::string_view(text).substr(middle + 1));
+    if (!value || !mask) {
+        throw WrongUsage("filter \"" + text + "\": it is not identifier:mask or identifier~mask in hex digits");
+    }
+    const bool isLong = digits.size() == EXTENDED_DIGITS;
+    return {.value = *value | (isLong ? EXTENDED_FLAG : 0),
+            .mask = *mask | (isLong ? EXTENDED_FLAG : 0),
+            .isInverted = text[middle] == '~'};
+}
+
+bool FilterSet::shows(uint8_t channel, const capture::CandumpFrame& frame) const
+{
+    if (entries.empty()) {
+        return true;
+    }
+    const uint32_t word = frame.id | (frame.isExtended ? EXTENDED_FLAG : 0) |
+                          (frame.kind == capture::FrameKind::REMOTE ? REMOTE_FLAG : 0);
+    return std::ranges::any_of(entries, [&](const Entry& entry) {
+        return entry.channels.test(channel) &&
+               (entry.rules.empty() || std::ranges::any_of(entry.rules, [&](const Rule& rule) {
+                    return ((word & rule.mask) == (rule.value & rule.mask)) != rule.isInverted;
+                }));
+    });
+}
+
+} // namespace tool

@@ -1,0 +1,45 @@
+#pragma once
+
+#include <capture/CandumpLog.h>
+#include <wire/MonitorProtocol.h>
+
+#include <cstdint>
+#include <string>
+#include <vector>
+
+namespace tool {
+
+/// What a user wants to see: `can0`, `can0,123:7FF`, `can0,123:7FF,400:700`, `can0,123~7FF` (all but), `any,…`.
+/// Identifiers of eight digits are 29-bit ones; their mask then tells them from the others, as 80000000 would.
+class FilterSet
+{
+public:
+    /// No filter shows everything.
+    /// @throws WrongUsage with the text of a filter that cannot be
+    explicit FilterSet(const std::vector<std::string>& texts);
+
+    /// The channels that have to be watched.
+    const wire::ChannelSet& channels() const { return watched; }
+
+    bool shows(uint8_t channel, const capture::CandumpFrame& frame) const;
+
+private:
+    struct Rule
+    {
+        uint32_t value;
+        uint32_t mask;
+        bool isInverted;
+    };
+    struct Entry
+    {
+        wire::ChannelSet channels;
+        std::vector<Rule> rules; ///< one of them has to match; none: everything does
+    };
+
+    static Rule parseRule(const std::string& text);
+
+    std::vector<Entry> entries;
+    wire::ChannelSet watched;
+};
+
+} // namespace tool

@@ -1,0 +1,143 @@
+#include "Commands.h"
+#include "ExitCode.h"
+#include "FilterSet.h"
+#include "FormatOption.h"
+#include "FrameText.h"
+#include "MonitorReader.h"
+#include "Progress.h"
+
+#include <chrono>
+#include <iostream>
+#include <limits>
+#include <memory>
+#include <system_error>
+
+namespace tool {
+
+namespace {
+
+struct Options
+{
+    std::string file;
+    std::vector<std::string> filters;
+    std::string format;
+    uint64_t count = std::numeric_limits<uint64_t>::max();
+    double seconds = 0;
+};
+
+/// How often a recording that has nothing to do looks at the time.
+constexpr int LOOK_MS = 200;
+
+class Recorder
+{
+public:
+    Recorder(const Options& chosen, const LoggerClient& client)
+        : options(chosen), filters(chosen.filters), monitor(client, filters.channels()),
+          file(chosen.file, chosenFormat(chosen.format, chosen.file), "vlogger " VLOGGER_VERSION)
+    {
+        std::cerr << "vlogger: recording to " << options.file << std::endl;
+    }
+
+    /// @return false if the virtual logger has gone
+    bool record(StopSignal& stop)
+    {
+        const auto start = std::chrono::steady_clock::now();
+        const auto isOver = [&] {
+            return options.seconds > 0 &&
+                   std::chrono::steady_clock::now() - start >= std::chrono::duration<double>(options.seconds);
+        };
+        Progress progress("recording");
+        while (taken < options.count && !isOver()) {
+            wire::MonitorEvent event;
+            // What has come is written out before anything is waited for, so a kill loses the last frame at most.
+            auto result = monitor.next(event, stop, 0);
+            if (result == MonitorReader::Result::QUIET) {
+                file.flush();
+                result = monitor.next(event, stop, LOOK_MS);
+            }
+            progress.show(taken, -1);
+            if (result == MonitorReader::Result::EVENT) {
+                take(event);
+            } else if (result != MonitorReader::Result::QUIET) {
+                return result == MonitorReader::Result::STOPPED;
+            }
+        }
+        return true;
+    }
+
+    void finish() { file.finish(); }
+
+    uint64_t framesWritten() const { return file.framesWritten(); }
+    uint64_t framesMissed() const { return missed; }
+
+private:
+    void take(const wire::MonitorEvent& event)
+    {
+        if (event.dropped != 0) {
+            missed += event.dropped;
+            missedBefore += event.dropped;
+            return;
+        }
+        capture::CaptureFrame frame;
+        frame.frame = frameOf(event.frame);
+        if (!filters.shows(event.frame.channel, frame.frame)) {
+            return;
+        }
+        frame.direction = event.isSent ? capture::Direction::SENT : capture::Direction::RECEIVED;
+        frame.droppedBefore = std::exchange(missedBefore, 0);
+        file.write(frame);
+        ++taken;
+    }
+
+    const Options& options;
+    FilterSet filters;
+    MonitorReader monitor;
+    capture::CaptureFile file;
+    uint64_t taken = 0;
+    uint64_t missed = 0;
+    uint64_t missedBefore = 0; ///< since the last frame
+};
+
+void record(const Options& options, Context& context)
+{
+    StopSignal stop;
+    Recorder recorder(options, LoggerClient(context.socket));
+    bool isWhole = false;
+    try {
+        isWhole = recorder.record(stop);
+        recorder.finish();
+    } catch (const std::system_error& error) {
+        std::cerr << "vlogger: recording ends after " << recorder.framesWritten()
+                  << " frames, which can be read: " << error.what() << std::endl;
+        context.exitCode = FAILURE;
+        return;
+    }
+    std::cerr << "vlogger: " << recorder.framesWritten() << " frames recorded";
+    if (recorder.framesMissed() != 0) {
+        std::cerr << ", " << recorder.framesMissed() << " missed";
+    }
+    std::cerr << (isWhole ? "" : "; the virtual logger has gone") << std::endl;
+    context.exitCode = recorder.framesMissed() != 0 ? LOSS : SUCCESS;
+}
+
+} // namespace
+
+void addRecord(CLI::App& app, Context& context)
+{
+    const auto options = std::make_shared<Options>();
+    CLI::App* const command = app.add_subcommand("record", "Record the frames that cross the buses");
+    command->add_option("FILE", options->file, "Capture to write; .pcapng: pcapng, everything else: candump log")
+        ->required()
+        ->type_name("");
+    command->add_option("FILTER", options->filters, "As for dump; none: everything");
+    addFormatOption(*command, options->format);
+    command->add_option("-n,--count", options->count, "End after so many frames")->type_name("N");
+    command->add_option("--seconds", options->seconds, "End after so many seconds")->type_name("S");
+    command->footer("\nEnds with Ctrl-C. The file can be read at any time and after any end.\n"
+                    "\nExamples:\n"
+                    "  vlogger record trip.pcapng\n"
+                    "  vlogger record trip.log can0 can2 --seconds 60\n");
+    command->callback([options, &context] { record(*options, context); });
+}
+
+} // namespace tool

@@ -1,0 +1,99 @@
+#include "Commands.h"
+#include "ExitCode.h"
+#include "LoggerClient.h"
+#include "StatTable.h"
+#include "StopSignal.h"
+
+#include <iostream>
+#include <memory>
+#include <unistd.h>
+
+namespace tool {
+
+namespace {
+
+struct Options
+{
+    bool isWatch = false;
+    bool isJson = false;
+    double everySeconds = 1;
+    uint64_t count = 0;
+};
+
+constexpr const char* HOME = "\033[H";
+constexpr const char* CLEAR_SCREEN = "\033[2J";
+constexpr const char* CLEAR_REST_OF_LINE = "\033[K";
+constexpr const char* CLEAR_REST = "\033[J";
+
+/// Draws over what stands there instead of clearing first, so that nothing flickers.
+std::string overdrawn(const std::string& table)
+{
+    std::string text = HOME;
+    for (const char c : table) {
+        text += c == '\n' ? std::string(CLEAR_REST_OF_LINE) + "\n" : std::string(1, c);
+    }
+    return text + CLEAR_REST;
+}
+
+void watch(const Options& options, const LoggerClient& client)
+{
+    StopSignal stop;
+    const bool isTerminal = ::isatty(STDOUT_FILENO) == 1 && !options.isJson;
+    wire::StageReport before = client.statistics();
+    if (isTerminal) {
+        std::cout << CLEAR_SCREEN;
+    }
+    for (uint64_t round = 0; (options.count == 0 || round < options.count) && std::cout; ++round) {
+        if (stop.wait(-1, static_cast<int>(options.everySeconds * 1000))) {
+            break;
+        }
+        wire::StageReport report = client.statistics();
+        if (options.isJson) {
+            std::cout << statJson(report) << std::endl;
+        } else {
+            const std::string table = statTable(report, &before, isTerminal);
+            // Where nothing can be drawn over, one table follows the other.
+            std::cout << (isTerminal ? overdrawn(table) : table + "\n") << std::flush;
+        }
+        before = std::move(report);
+    }
+}
+
+void stat(const Options& options, Context& context)
+{
+    const LoggerClient client(context.socket);
+    if (options.isWatch) {
+        watch(options, client);
+    } else if (options.isJson) {
+        std::cout << statJson(client.statistics()) << std::endl;
+    } else {
+        std::cout << statTable(client.statistics(), nullptr, ::isatty(STDOUT_FILENO) == 1) << std::flush;
+    }
+    context.exitCode = SUCCESS;
+}
+
+} // namespace
+
+void addStat(CLI::App& app, Context& context)
+{
+    const auto options = std::make_shared<Options>();
+    CLI::App* const command = app.add_subcommand("stat", "Count the frames on their way");
+    command->add_flag("-w,--watch", options->isWatch, "Again and again, until Ctrl-C");
+    command->add_option("--every", options->everySeconds, "Seconds between two looks")
+        ->check(CLI::Range(0.05, 3600.0))
+        ->type_name("S")
+        ->capture_default_str();
+    command->add_option("-n,--count", options->count, "With --watch: end after so many looks")->type_name("N");
+    command->add_flag("--json", options->isJson, "One JSON object per look");
+    command->footer(
+        "\nThe stages stand in the order in which a frame passes them: bus, device queue, stream of an\n"
+        "opener, reader. A device queue drops what nobody has opened the device for, a stream what its\n"
+        "reader did not take for too long.\n"
+        "\nExamples:\n"
+        "  vlogger stat\n"
+        "  vlogger stat --watch\n"
+        "  vlogger stat --json\n");
+    command->callback([options, &context] { stat(*options, context); });
+}
+
+} // namespace tool

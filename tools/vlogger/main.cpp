@@ -1,0 +1,74 @@
+#include "Commands.h"
+#include "ExitCode.h"
+#include "Usage.h"
+
+#include <config/ConfigurationError.h>
+
+#include <csignal>
+#include <exception>
+#include <iostream>
+
+namespace {
+
+constexpr const char* DESCRIPTION =
+    "A logger in software: several programs on one bench, and tools to look, send, record and replay.";
+
+constexpr const char* EXAMPLES =
+    "\nExamples:\n"
+    "  vlogger serve                                    a virtual logger until Ctrl-C\n"
+    "  vlogger run -- ./my_program                      one for the life of a program\n"
+    "  vlogger dump can0 can1,100:7F0                   watch two channels\n"
+    "  vlogger send can1 123#DEADBEEF                   send one frame\n"
+    "  vlogger record trip.pcapng                       record until Ctrl-C\n"
+    "  vlogger replay trip.log --map can0=3 --speed 2   replay at twice the speed\n"
+    "  vlogger convert trip.pcapng trip.log             change the format of a capture\n"
+    "  vlogger stat --watch                             load and loss at a glance\n"
+    "  vlogger config show                              every setting with its default\n"
+    "\nThe virtual logger is found at --socket, else at VLOGGER, else at the user's default socket.\n"
+    "Exit codes: 0 success, 1 failure, 2 wrong usage, 3 done but frames were lost or unreadable;\n"
+    "run ends like its program (125: no virtual logger, 126: not executable, 127: not found,\n"
+    "128 and more: killed by a signal).\n";
+
+int report(const char* text, int exitCode)
+{
+    std::cerr << "vlogger: " << text << std::endl;
+    return exitCode;
+}
+
+} // namespace
+
+int main(int argumentCount, char** arguments)
+{
+    // A reader that has gone, such as `head`, shows when writing.
+    std::signal(SIGPIPE, SIG_IGN);
+    std::signal(SIGXFSZ, SIG_IGN);
+    tool::Context context;
+    CLI::App app(DESCRIPTION, "vlogger");
+    app.footer(EXAMPLES);
+    app.set_version_flag("--version", "vlogger " VLOGGER_VERSION);
+    app.add_option("--socket", context.socket, "Socket of the virtual logger")->type_name("PATH");
+    app.require_subcommand(1);
+    app.fallthrough();
+    tool::addServe(app, context);
+    tool::addRun(app, context);
+    tool::addDump(app, context);
+    tool::addSend(app, context);
+    tool::addReplay(app, context);
+    tool::addRecord(app, context);
+    tool::addConvert(app, context);
+    tool::addStat(app, context);
+    tool::addConfig(app, context);
+    try {
+        app.parse(argumentCount, arguments);
+    } catch (const CLI::ParseError& error) {
+        return app.exit(error) == 0 ? tool::SUCCESS : tool::WRONG_USAGE;
+    } catch (const tool::WrongUsage& error) {
+        return report(error.what(), tool::WRONG_USAGE);
+    } catch (const config::ConfigurationError& error) {
+        std::cerr << error.what() << std::endl;
+        return tool::FAILURE;
+    } catch (const std::exception& error) {
+        return report(error.what(), tool::FAILURE);
+    }
+    return context.exitCode;
+}
