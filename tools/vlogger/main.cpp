@@ -35,13 +35,8 @@ int report(const char* text, int exitCode)
     return exitCode;
 }
 
-} // namespace
-
-int main(int argumentCount, char** arguments)
+int run(int argumentCount, char** arguments)
 {
-    // A reader that has gone, such as `head`, shows when writing.
-    std::signal(SIGPIPE, SIG_IGN);
-    std::signal(SIGXFSZ, SIG_IGN);
     tool::Context context;
     CLI::App app(DESCRIPTION, "vlogger");
     app.footer(EXAMPLES);
@@ -62,6 +57,19 @@ int main(int argumentCount, char** arguments)
         app.parse(argumentCount, arguments);
     } catch (const CLI::ParseError& error) {
         return app.exit(error) == 0 ? tool::SUCCESS : tool::WRONG_USAGE;
+    }
+    return context.exitCode;
+}
+
+} // namespace
+
+int main(int argumentCount, char** arguments)
+{
+    // A reader that has gone, such as `head`, shows when writing.
+    std::signal(SIGPIPE, SIG_IGN);
+    std::signal(SIGXFSZ, SIG_IGN);
+    try {
+        return run(argumentCount, arguments);
     } catch (const tool::WrongUsage& error) {
         return report(error.what(), tool::WRONG_USAGE);
     } catch (const config::ConfigurationError& error) {
@@ -70,5 +78,4 @@ int main(int argumentCount, char** arguments)
     } catch (const std::exception& error) {
         return report(error.what(), tool::FAILURE);
     }
-    return context.exitCode;
 }
