@@ -319,8 +319,8 @@ private:
     const cantype_t txType;
     bool registered = false;
     Mutex queueMutex; ///< held by processSendQueue while frames are sent
-    int32_t bytesToReceive GUARDED_BY(protocolMutex) = 0;
-    expFrameType_t expectedFrame GUARDED_BY(protocolMutex) = EXPECT_SF_OR_FF;
+    int32_t bytesToReceive VQ_GUARDED_BY(protocolMutex) = 0;
+    expFrameType_t expectedFrame VQ_GUARDED_BY(protocolMutex) = EXPECT_SF_OR_FF;
 
 public:
     // Codec settings: set them before start() and before the peer sends; the handler never changes them.
@@ -332,15 +332,15 @@ private:
     /// One prepared message. The worker shares it while it sends, so that an abort cannot take it away beneath it.
     using Message = std::shared_ptr<std::vector<rawCANMsg_t>>;
 
-    uint8_t blockSize GUARDED_BY(protocolMutex) = 0;
-    uint8_t separationTime GUARDED_BY(protocolMutex) = 127;
-    uint32_t framesInBlock GUARDED_BY(protocolMutex) = 0;
-    int32_t rxSequence GUARDED_BY(protocolMutex) = 0;
-    std::deque<Message> sendQueue GUARDED_BY(queueMutex);
-    std::vector<unsigned char> rxBuffer GUARDED_BY(protocolMutex);
-    uint64_t sendCursor GUARDED_BY(protocolMutex) = MSGPART_INVALID;
+    uint8_t blockSize VQ_GUARDED_BY(protocolMutex) = 0;
+    uint8_t separationTime VQ_GUARDED_BY(protocolMutex) = 127;
+    uint32_t framesInBlock VQ_GUARDED_BY(protocolMutex) = 0;
+    int32_t rxSequence VQ_GUARDED_BY(protocolMutex) = 0;
+    std::deque<Message> sendQueue VQ_GUARDED_BY(queueMutex);
+    std::vector<unsigned char> rxBuffer VQ_GUARDED_BY(protocolMutex);
+    uint64_t sendCursor VQ_GUARDED_BY(protocolMutex) = MSGPART_INVALID;
     int pipeFds[2] = {-1, -1};
-    std::set<CanIsoTpHandlerCallback*> callbacks GUARDED_BY(callbackMutex);
+    std::set<CanIsoTpHandlerCallback*> callbacks VQ_GUARDED_BY(callbackMutex);
     Mutex callbackMutex; ///< held while callbacks run
 
     /// What processSendQueue does with the frame at the cursor.
@@ -396,35 +396,37 @@ private:
     void startFrame(rawCANMsg_t& frame, int usedBytes) const;
     void logUnexpected(const rawCANMsg_t& frame, expFrameType_t expected) const;
 
-    void acquireQueue() NO_THREAD_SAFETY_ANALYSIS;
-    bool releaseQueue() NO_THREAD_SAFETY_ANALYSIS;
-    void forEachCallback(const std::function<void(CanIsoTpHandlerCallback&)>& call) NO_THREAD_SAFETY_ANALYSIS;
+    void acquireQueue() VQ_NO_THREAD_SAFETY_ANALYSIS;
+    bool releaseQueue() VQ_NO_THREAD_SAFETY_ANALYSIS;
+    void forEachCallback(const std::function<void(CanIsoTpHandlerCallback&)>& call) VQ_NO_THREAD_SAFETY_ANALYSIS;
 
-    expFrameType_t currentExpectation() EXCLUDES_LOCK(protocolMutex);
-    bool abortedSince(uint64_t aborts) EXCLUDES_LOCK(protocolMutex);
-    void beginAbort() REQUIRES_LOCK(protocolMutex);
-    void finishAbort(errorCode_t err) EXCLUDES_LOCK(protocolMutex);
-    void abortUnlessAbortedSince(uint64_t aborts, errorCode_t err) EXCLUDES_LOCK(protocolMutex);
+    expFrameType_t currentExpectation() VQ_EXCLUDES_LOCK(protocolMutex);
+    bool abortedSince(uint64_t aborts) VQ_EXCLUDES_LOCK(protocolMutex);
+    void beginAbort() VQ_REQUIRES_LOCK(protocolMutex);
+    void finishAbort(errorCode_t err) VQ_EXCLUDES_LOCK(protocolMutex);
+    void abortUnlessAbortedSince(uint64_t aborts, errorCode_t err) VQ_EXCLUDES_LOCK(protocolMutex);
 
     SendStep selectFrame(const std::vector<rawCANMsg_t>& message, rawCANMsg_t& frame, uint64_t& aborts)
-        EXCLUDES_LOCK(protocolMutex);
+        VQ_EXCLUDES_LOCK(protocolMutex);
     bool nextBurstFrame(const std::vector<rawCANMsg_t>& message, uint64_t aborts, BurstFrame& next)
-        EXCLUDES_LOCK(protocolMutex);
+        VQ_EXCLUDES_LOCK(protocolMutex);
     bool sendFromMessage(const std::vector<rawCANMsg_t>& message);
     bool sendBurst(const std::vector<rawCANMsg_t>& message, uint64_t aborts);
     bool sendFrame(const rawCANMsg_t& frame, uint64_t aborts);
     bool transmit(const rawCANMsg_t& frame);
-    rawCANMsg_t ownFlowControl(flowStatus_t fs) EXCLUDES_LOCK(protocolMutex);
+    rawCANMsg_t ownFlowControl(flowStatus_t fs) VQ_EXCLUDES_LOCK(protocolMutex);
     void sleepFor(uint8_t separationTimeByte);
     void logBlockLimit();
     void completeMessage(const Message& message);
-    void endTransferWithoutMessage() EXCLUDES_LOCK(protocolMutex);
+    void endTransferWithoutMessage() VQ_EXCLUDES_LOCK(protocolMutex);
 
-    void append(const unsigned char* data, unsigned long length, Received& received) REQUIRES_LOCK(protocolMutex);
-    void acceptSingleFrame(const rawCANMsg_t& frame, int length, Received& received) REQUIRES_LOCK(protocolMutex);
-    void acceptFirstFrame(const rawCANMsg_t& frame, int length, Received& received) REQUIRES_LOCK(protocolMutex);
+    void append(const unsigned char* data, unsigned long length, Received& received)
+        VQ_REQUIRES_LOCK(protocolMutex);
+    void acceptSingleFrame(const rawCANMsg_t& frame, int length, Received& received)
+        VQ_REQUIRES_LOCK(protocolMutex);
+    void acceptFirstFrame(const rawCANMsg_t& frame, int length, Received& received) VQ_REQUIRES_LOCK(protocolMutex);
     void acceptConsecutiveFrame(const rawCANMsg_t& frame, int sequence, Received& received)
-        REQUIRES_LOCK(protocolMutex);
+        VQ_REQUIRES_LOCK(protocolMutex);
     bool refuse(const rawCANMsg_t& frame, const Received& received);
     bool deliver(Received& received);
 
@@ -433,9 +435,9 @@ private:
     std::atomic<std::thread::id> callbackOwner{}; ///< the thread that runs callbacks
     std::atomic<uint32_t> startsPending{0};       ///< commands 's' in the pipe
     std::atomic<bool> leaveRequested{false};      ///< 'x' could not be written: leave at the next occasion
-    uint64_t abortCount GUARDED_BY(protocolMutex) = 0;
-    uint32_t abortsClearing GUARDED_BY(protocolMutex) = 0; ///< aborts that have yet to empty the queue
-    bool delivering GUARDED_BY(protocolMutex) = false;     ///< EXPECT_CF, and the callbacks have the message
+    uint64_t abortCount VQ_GUARDED_BY(protocolMutex) = 0;
+    uint32_t abortsClearing VQ_GUARDED_BY(protocolMutex) = 0; ///< aborts that have yet to empty the queue
+    bool delivering VQ_GUARDED_BY(protocolMutex) = false;     ///< EXPECT_CF, and the callbacks have the message
     /// Guards the protocol members. Never held across a callback, log line, command, transmission or sleep; taken
     /// inside the queue lock, never around it.
     Mutex protocolMutex;

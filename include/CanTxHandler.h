@@ -79,8 +79,8 @@ private:
     /// Keeps the storage: a thread that is still in send() at process exit must find the lock it holds.
     static void operator delete(void* storage) noexcept;
 
-    int openLocked() REQUIRES_LOCK(mutex);
-    void closeLocked() REQUIRES_LOCK(mutex);
+    int openLocked() VQ_REQUIRES_LOCK(mutex);
+    void closeLocked() VQ_REQUIRES_LOCK(mutex);
     int openDevice(const char* path) const;
 
     static std::atomic<CanTxHandler*> pInstance;
@@ -92,7 +92,7 @@ private:
     std::atomic<bool> extBoard{false}; ///< never cleared
     std::ofstream unused;              ///< keeps its place; nothing writes to it
     Mutex mutex;
-    int fdFpgab GUARDED_BY(mutex) = -1;
-    int fdFpgac GUARDED_BY(mutex) = -1;
+    int fdFpgab VQ_GUARDED_BY(mutex) = -1;
+    int fdFpgac VQ_GUARDED_BY(mutex) = -1;
     const bool useOSync;
 };

@@ -179,13 +179,13 @@ private:
     };
 
     // The order of these members, up to busLoadMutex, is part of the binary interface.
-    Configuration config GUARDED_BY(stateMutex);
+    Configuration config VQ_GUARDED_BY(stateMutex);
     std::atomic<bool> configured{false};
     std::atomic<bool> ipConflict{false};
     std::atomic<bool> rxThreadRunning{false}; ///< cleared only with stateMutex held, see endReceiving()
     std::atomic<int> socketFd{-1};            ///< descriptor of openSocket, or -1
-    fd_set readSet GUARDED_BY(stateMutex);
-    sockaddr_in serverAddr GUARDED_BY(stateMutex) = {};
+    fd_set readSet VQ_GUARDED_BY(stateMutex);
+    sockaddr_in serverAddr VQ_GUARDED_BY(stateMutex) = {};
     sockaddr_in receiverAddr = {}; ///< receive thread only
 
 public:
@@ -198,18 +198,18 @@ private:
     std::atomic<uint64_t> receivedCount{0};
     uint64_t busLoadCount = 0;         ///< receive thread only
     uint64_t busLoadIntervalStart = 0; ///< receive thread only
-    uint64_t lastBusLoad GUARDED_BY(busLoadMutex) = 0;
+    uint64_t lastBusLoad VQ_GUARDED_BY(busLoadMutex) = 0;
     Mutex busLoadMutex;
 
     // Private additions come last. stateMutex is held for a few instructions at a time, never across a callback, a
     // log line, a wait for the network or a join.
     mutable Mutex stateMutex;
-    std::shared_ptr<ethernet::OpenSocket> openSocket GUARDED_BY(stateMutex);
-    unsigned changesInProgress GUARDED_BY(stateMutex) = 0; ///< sockets being closed, or bound
+    std::shared_ptr<ethernet::OpenSocket> openSocket VQ_GUARDED_BY(stateMutex);
+    unsigned changesInProgress VQ_GUARDED_BY(stateMutex) = 0; ///< sockets being closed, or bound
     std::condition_variable_any changeEnded;
-    std::vector<endedThread_t> endedThreads GUARDED_BY(stateMutex); ///< set aside, still to be joined
-    bool rxThreadFinished GUARDED_BY(stateMutex) = false;           ///< the thread behind threadHandle is done
-    bool destroying GUARDED_BY(stateMutex) = false;                 ///< no receive thread is started any more
+    std::vector<endedThread_t> endedThreads VQ_GUARDED_BY(stateMutex); ///< set aside, still to be joined
+    bool rxThreadFinished VQ_GUARDED_BY(stateMutex) = false;           ///< the thread behind threadHandle is done
+    bool destroying VQ_GUARDED_BY(stateMutex) = false;                 ///< no receive thread is started any more
 
     Configuration currentConfiguration() const;
     std::string origin() const;
@@ -222,12 +222,12 @@ private:
     void becomeConnected(int fd);
     void endChange();
     std::shared_ptr<ethernet::OpenSocket> takeSocket();
-    std::shared_ptr<ethernet::OpenSocket> takeSocketLocked() REQUIRES_LOCK(stateMutex);
+    std::shared_ptr<ethernet::OpenSocket> takeSocketLocked() VQ_REQUIRES_LOCK(stateMutex);
     bool closeTaken(const std::shared_ptr<ethernet::OpenSocket>& taken);
     bool closeDescriptor(int fd, bool isChange = false);
 
     void startReceiveThread();
-    std::vector<pthread_t> takeEndedThreads() REQUIRES_LOCK(stateMutex);
+    std::vector<pthread_t> takeEndedThreads() VQ_REQUIRES_LOCK(stateMutex);
     void joinEndedThreads();
     void joinAllThreads();
     bool endIfDisconnected();

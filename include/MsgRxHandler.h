@@ -189,10 +189,10 @@ private:
     uint64_t fpgacOffset = 0;
 
     /// Whoever registered: the audience of state changes.
-    std::set<MsgRxHandlerCb*> receivers GUARDED_BY(receiverMutex);
+    std::set<MsgRxHandlerCb*> receivers VQ_GUARDED_BY(receiverMutex);
     /// Channel, identifier key, receivers. Entries are never removed, so the sets keep their addresses.
     std::map<unsigned char, std::map<unsigned int, std::set<MsgRxHandlerCb*>>>
-        channelReceivers GUARDED_BY(receiverMutex);
+        channelReceivers VQ_GUARDED_BY(receiverMutex);
 
     /// The sets of `channelReceivers`, for the receive thread, which looks them up without the lock.
     const std::unique_ptr<ReceiverIndex> index;

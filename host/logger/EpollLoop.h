@@ -84,7 +84,7 @@ public:
     }
 
     /// Has `work` run on the loop's thread; does not wait.
-    void post(Task work) EXCLUDES_LOCK(mutex);
+    void post(Task work) VQ_EXCLUDES_LOCK(mutex);
 
     /// Has `work` run at the end of this round: when it is safe to destroy whoever is at work now, and when several
     /// causes for one effect have come together.
@@ -104,7 +104,7 @@ private:
     void armWakeUp();
     void serve(uint64_t token, uint32_t events);
     void runDueTimers();
-    void runPosted() EXCLUDES_LOCK(mutex);
+    void runPosted() VQ_EXCLUDES_LOCK(mutex);
     void runDeferred();
 
     std::shared_ptr<Clock> time;
@@ -122,7 +122,7 @@ private:
     bool stopped = false;
 
     Mutex mutex;
-    std::vector<Task> posted GUARDED_BY(mutex);
+    std::vector<Task> posted VQ_GUARDED_BY(mutex);
 };
 
 } // namespace vlogger

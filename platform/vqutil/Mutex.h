@@ -19,14 +19,14 @@ public:
 
     /// Waits until the mutex is free and takes it.
     /// @throws std::system_error if the system refuses the lock.
-    void lock() ACQUIRES_LOCK() { mutex.lock(); }
+    void lock() VQ_ACQUIRES_LOCK() { mutex.lock(); }
 
     /// Takes the mutex if it is free.
     /// @return true if the caller now holds it; false if another thread does. Never waits.
-    bool tryLock() TRIES_LOCK(true) { return mutex.try_lock(); }
+    bool tryLock() VQ_TRIES_LOCK(true) { return mutex.try_lock(); }
 
     /// Gives the mutex back; the caller holds it.
-    void unlock() RELEASES_LOCK() { mutex.unlock(); }
+    void unlock() VQ_RELEASES_LOCK() { mutex.unlock(); }
 
 private:
     std::mutex mutex;
@@ -37,8 +37,8 @@ class VQ_SCOPED_CAPABILITY MutexLock
 {
 public:
     /// @throws std::system_error if the system refuses the lock.
-    explicit MutexLock(Mutex& lockedMutex) ACQUIRES_LOCK(lockedMutex) : mutex(lockedMutex) { mutex.lock(); }
-    ~MutexLock() RELEASES_LOCK() { mutex.unlock(); }
+    explicit MutexLock(Mutex& lockedMutex) VQ_ACQUIRES_LOCK(lockedMutex) : mutex(lockedMutex) { mutex.lock(); }
+    ~MutexLock() VQ_RELEASES_LOCK() { mutex.unlock(); }
     MutexLock(const MutexLock&) = delete;
     MutexLock& operator=(const MutexLock&) = delete;
 

@@ -22,11 +22,11 @@ using directline::toOutput;
 class VQ_SCOPED_CAPABILITY CanIsoTpHandler::QueueHold
 {
 public:
-    explicit QueueHold(CanIsoTpHandler& owner) ACQUIRES_LOCK(owner.queueMutex) : handler(owner)
+    explicit QueueHold(CanIsoTpHandler& owner) VQ_ACQUIRES_LOCK(owner.queueMutex) : handler(owner)
     {
         handler.acquireQueue();
     }
-    ~QueueHold() RELEASES_LOCK() { handler.releaseQueue(); }
+    ~QueueHold() VQ_RELEASES_LOCK() { handler.releaseQueue(); }
     QueueHold(const QueueHold&) = delete;
     QueueHold& operator=(const QueueHold&) = delete;
 

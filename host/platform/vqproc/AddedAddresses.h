@@ -50,14 +50,14 @@ private:
 
     AddedAddresses();
 
-    std::string addNew(RouteSocket& route, added_t request) REQUIRES_LOCK(mutex);
-    void removeLeftovers(RouteSocket& route, added_t& wanted) REQUIRES_LOCK(mutex);
+    std::string addNew(RouteSocket& route, added_t request) VQ_REQUIRES_LOCK(mutex);
+    void removeLeftovers(RouteSocket& route, added_t& wanted) VQ_REQUIRES_LOCK(mutex);
     static void removeFrom(RouteSocket& route, const added_t& entry);
     void removeAllAtExit();
 
     Mutex mutex;
-    std::vector<added_t> added GUARDED_BY(mutex);
-    bool exiting GUARDED_BY(mutex) = false;
+    std::vector<added_t> added VQ_GUARDED_BY(mutex);
+    bool exiting VQ_GUARDED_BY(mutex) = false;
     const pid_t owner;
 };
 
