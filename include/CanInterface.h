@@ -37,10 +37,15 @@
 /// its address, so it is neither copied nor moved.
 ///
 /// Threads: send() may be called from any thread, also from callbacks, and several at once; the transmitter
-/// serialises them. configure() and the destructor belong to one thread of the application. They wait while
-/// receivers are being called and must not run while another thread sends on this interface, nor in a callback.
-/// Callbacks run on the receive thread with the dispatcher's registry lock held: they must be quick, must not
-/// configure or destroy any interface and must not take the receive thread offline.
+/// serialises them. configure() and the destructor belong to one thread of the application; both wait while
+/// receivers are being called, so neither may run in a callback. configure() may run while others send: a frame
+/// sent meanwhile takes each of channel, identifier and type from the old configuration or from the new one. No
+/// thread may be inside send() when the destructor begins. Callbacks run on the receive thread with the
+/// dispatcher's registry lock held: they must be quick, must not configure or destroy any interface and must not
+/// take the receive thread online or offline.
+///
+/// A class that derives from CanInterface is destroyed only while the dispatcher is offline: it is unregistered by
+/// this class's destructor, which runs after the derived part has gone, and would be called until then.
 class BUSINTERFACES_API CanInterface : public InterfaceBase<CANExtTraceMessage>, private MsgRxHandlerCb
 {
 public:
@@ -74,18 +79,19 @@ public:
     /// @return always 0
     ///
     /// Registration adds up: identifiers of an earlier configuration are received as well. Calling it again with
-    /// the same values is how the channel's device becomes active after going online.
+    /// the same values is how the channel's device becomes active after going online; frames that are sent
+    /// meanwhile stay as they are.
+    ///
+    /// Threads: the one that owns the interface. Waits while receivers are being called. Callbacks: must not call it.
     int configure(const Configuration& configuration);
 
     /// Sends bytes in one frame of the configured identifier and type.
     ///
     /// @param data  payload, copied before the call returns; may be null when `size` is 0
     /// @param size  bytes: at most 8 for types 0 and 1, at most 64 for types 2 and 3. Types from 4 on have no
-    /// limit:
-    ///              `size` modulo 256, at most 64, bytes are sent, so 256 bytes make an empty frame
+    ///              limit: `size` modulo 256, at most 64, bytes are sent, so 256 bytes make an empty frame
     /// @return 0 once the device has taken the frame; -1 if the interface is not configured, `size` is above the
-    /// limit
-    ///         or the transmitter failed (already logged)
+    ///         limit or the transmitter failed (already logged)
     ///
     /// May block in the device write.
     int send(const uint8_t* data, size_t size) override;
@@ -97,8 +103,7 @@ public:
     ///             that arrives with an 11-bit type loses the upper bits of a 29-bit identifier. Unchanged if the
     ///             interface is not configured
     /// @return 0 once the device has taken the frame; -1 if the interface is not configured or the transmitter
-    /// failed
-    ///         (already logged)
+    ///         failed (already logged)
     ///
     /// May block in the device write. Writes the message to standard output first if `debugLevel` is above 0.
     int send(CANExtTraceMessage& msg) override;
@@ -119,10 +124,11 @@ public:
     void onRawReceived(const uint8_t* data, size_t size) override;
 
 private:
-    // The order of these members is part of the binary interface.
-    std::atomic<bool> configured{false}; ///< set last by configure(), so that senders see the rest complete
-    uint8_t channel = 0;
-    uint32_t id = 0;
-    cantype_t type = CAN_STANDARD;
-    std::vector<Configuration::idPair_t> receiveIds;
+    // The order and the places of these members are part of the binary interface. The first four are atomics
+    // because frames are sent, from callbacks for instance, while the interface is configured again.
+    std::atomic<bool> configured{false}; ///< set behind the next three, so that senders see them complete
+    std::atomic<uint8_t> channel{0};
+    std::atomic<uint32_t> id{0};
+    std::atomic<cantype_t> type{CAN_STANDARD};
+    std::vector<Configuration::idPair_t> receiveIds; ///< configure() alone uses it
 };

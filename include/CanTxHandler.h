@@ -15,7 +15,8 @@
 /// Frames are written to the transmit devices, one write per frame: channels 0 to 14 to the main device
 /// "/dev/vqlog-fpgab", channels 15 to 255 to the extension device "/dev/vqlog-fpgac". A board without an extension
 /// sends every channel on the main device. (Receiving draws the line one channel lower: channel 14 is sent on the
-/// main device and heard on the extension device.)
+/// main device and heard on the extension device.) The board is asked for its extension only once the main device
+/// is open: until then every channel counts as one of the main device, whose absence send() reports.
 ///
 /// States of a device: closed, open. The first getInstance() opens what the board has; a device that could not be
 /// opened stays closed until open() is called. Nothing is opened or retried by itself, and a failed write leaves
@@ -24,8 +25,10 @@
 /// After the logger behind the devices was restarted the descriptors are dead: every send() fails until the
 /// application calls close() and then open().
 ///
-/// The object is created by the first getInstance() and destroyed at process exit. Ask for the pointer again rather
-/// than keeping it in objects that live until exit; a thread that still sends with it during exit gets -1.
+/// The object is created by the first getInstance() and destroyed at process exit, which closes the devices. Ask
+/// for the pointer again rather than keeping it in objects that live until exit. A thread that sends meanwhile gets
+/// its frames out until the devices are closed and -1 from then on; if it is inside send() when the object is
+/// destroyed, exit does not wait for it, and the devices stay open until the process has gone.
 ///
 /// Threads: every operation may be called from any thread. open(), close() and send() are serialised by one lock,
 /// which is held while a device is opened or written; lines are logged under it. Any operation may be called from
@@ -61,8 +64,7 @@ public:
     ///
     /// @param msg  the frame, complete with channel, identifier and type; its time value becomes 0
     /// @return 0 once the device has taken the whole frame; -1 if the device of the channel is not open or the
-    /// write
-    ///         failed (already logged)
+    ///         write failed (already logged)
     ///
     /// Frames of one thread reach the bus in the order of the calls. Blocks while another thread sends and while
     /// the device is busy.

@@ -12,7 +12,8 @@
 /// `callbacks`; every event calls each of them once, in ascending pointer order, on the thread that produced the
 /// event. An empty set makes every event a no-op.
 ///
-/// Threads: `callbacks` is not locked. Change it only while no event can arrive, for instance before configure.
+/// Threads: neither member is locked. Change `callbacks` only while no event can arrive, for instance before
+/// configure, and `debugLevel` only while no thread is inside an operation of the interface.
 template <typename T>
 class InterfaceBase
 {

@@ -8,8 +8,10 @@
 /// What an InterfaceBase tells its application. The application implements it and adds a pointer to the
 /// interface's `callbacks` set; the interface never owns it.
 ///
-/// Threads: each operation runs on the library thread that produced the event, for a CanInterface the receive
-/// thread of the process, with a lock of the library held. Return quickly; copy what you keep.
+/// Threads: each operation runs on the thread that produced the event. For a CanInterface that is the receive
+/// thread of the process, with a lock of the library held. For an EthernetInterface onDataReceived runs on its
+/// receive thread, onInterfaceState also on the threads of the application that connect, disconnect or send, before
+/// their call returns. Return quickly; copy what you keep.
 class BUSINTERFACES_API InterfaceBaseCb
 {
 public:

@@ -30,9 +30,8 @@ class TraceMessageBuffer;
 /// 1. `configure` every CanInterface: their callbacks now hear of state changes.
 /// 2. `MsgRxHandler::getInstance()->setOnline()`, once per process.
 /// 3. Wait for status 1 (online) in onInterfaceState.
-/// 4. `configure` every CanInterface again, from a thread of the application: opening a device leaves it inactive,
-/// and
-///    only a registration on one of its channels activates it. Frames flow from here on.
+/// 4. `configure` every CanInterface again, from a thread of the application: opening a device leaves it
+///    inactive, and only a registration on one of its channels activates it. Frames flow from here on.
 ///
 /// A destroyed CanInterface deactivates every device on whose channels anybody ever registered, also for the
 /// interfaces that remain: configure one of them per device again.
@@ -62,16 +61,23 @@ class TraceMessageBuffer;
 /// An open device is read only while it is active. What arrives at an inactive one waits in the device, and while
 /// it waits the receive thread is kept busy without reading it.
 ///
+/// The wait for the devices can watch descriptors below FD_SETSIZE (1024) only: in a process that has more files
+/// open, a device whose descriptor lies above counts as one that cannot be opened.
+///
 /// # Threads
 ///
 /// Registration may go on from any thread while frames arrive; it counts from the next frame on. Receivers are
 /// called on the receive thread, with the registry lock held: they must return quickly and must not register,
 /// unregister, configure or destroy a CanInterface, call setOnline(), setOffline() or exit(). They may send. No
-/// frame is copied on its way to them. A VQException that leaves a receiver is logged and costs that frame's
-/// remaining receivers their call; any other exception ends the process.
+/// frame is copied on its way to them.
+///
+/// A VQException that leaves onRawReceived is logged. It costs the frame's remaining receivers their call, and the
+/// frames behind it wait for the device's next reading. Any other exception out of onRawReceived, and every one out
+/// of onStateChanged, ends the process.
 ///
 /// The object lives from the first getInstance() to the exit of the process, which stops the thread. Destructors of
-/// static objects may use it later all the same, if they ask getInstance() anew; a CanInterface does.
+/// static objects may use it later all the same, if they ask getInstance() anew; a CanInterface does. They must not
+/// call setOnline(): what they get then is never destroyed, and nobody would stop its thread.
 class BUSINTERFACES_API MsgRxHandler : public Thread
 {
 public:
@@ -143,9 +149,12 @@ public:
     /// device for the channel.
     void activateDeviceByCanChannel(unsigned char channel, bool active) const;
 
-    /// Closes and opens every device, all inactive, and reads the clock offsets: 0, also for a device whose clock
-    /// is not synchronised (logged).
-    /// @return 0; -1 if one cannot be opened (logged): then none is open and no offset was read
+    /// Closes and opens every device, all inactive, and reads the clock offsets. A clock that is not synchronised
+    /// (logged) gets the offset 0.
+    ///
+    /// @return 0; -1 if one cannot be opened, with the reason in errno, EMFILE for a descriptor of FD_SETSIZE or
+    ///         above (logged): then none is open and no offset was read
+    /// @throws whatever but VQException the platform's clock correction throws; the devices stay open then
     ///
     /// Threads: the receive thread only.
     int openDevices();

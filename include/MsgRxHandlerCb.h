@@ -10,7 +10,8 @@
 /// What the receive dispatcher MsgRxHandler calls.
 ///
 /// Threads: the dispatcher's receive thread, with its registry lock held. Return quickly; never register or
-/// unregister from inside a call, the lock is not recursive.
+/// unregister from inside a call, the lock is not recursive, and never take the dispatcher online or offline.
+/// Exceptions: see MsgRxHandler.
 class BUSINTERFACES_API MsgRxHandlerCb
 {
 public:
@@ -19,7 +20,7 @@ public:
     {
         UNDEFINED = 0,
         ONLINE = 1,  ///< the devices are open
-        OFFLINE = 2, ///< the receive thread has ended
+        OFFLINE = 2, ///< the devices are closed, the receive thread is about to end
         ERROR = 3,   ///< a device could not be opened; OFFLINE follows
     };
 

@@ -75,12 +75,13 @@ int CanInterface::send(const uint8_t* data, size_t size)
         logline::write(Level::ERROR, CLASS_NAME, "send", "Interface is not configured.");
         return -1;
     }
-    if (!fits(size, type)) {
+    const cantype_t sentType = type;
+    if (!fits(size, sentType)) {
         logline::write(Level::ERROR, CLASS_NAME, "send", "Invalid _dataSize=", size);
         return -1;
     }
     // The length keeps its low eight bits: with a type without limit, 256 bytes make an empty frame.
-    CANExtTraceMessage msg(CANExtTraceMessage::MESSAGE_ID, 0, channel, CAN_FRAME_TX, CAN_STATE_OK, type,
+    CANExtTraceMessage msg(CANExtTraceMessage::MESSAGE_ID, 0, channel, CAN_FRAME_TX, CAN_STATE_OK, sentType,
                            static_cast<unsigned char>(size), id, data);
     return send(msg);
 }

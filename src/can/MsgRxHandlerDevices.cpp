@@ -93,8 +93,10 @@ int MsgRxHandler::openDevices()
         logline::write(Level::INFO, CLASS_NAME, "openDevices", "Open device=", path);
         const int fd = openForWatching(path);
         if (fd < 0) {
+            const int error = errno; // closing what is closed already changes it
             logline::write(Level::ERROR, CLASS_NAME, "openDevices", "Can't open device=", path);
             closeDevices();
+            errno = error;
             return -1;
         }
         // Inactive even if a receiver registered before: it takes a registration after this to read the device.

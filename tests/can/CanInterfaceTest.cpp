@@ -5,9 +5,12 @@
 #include <support/RecordingCallback.h>
 
 #include <algorithm>
+#include <atomic>
 #include <cstring>
+#include <future>
 #include <limits>
 #include <memory>
+#include <thread>
 #include <utility>
 
 #include <sys/socket.h>
@@ -62,6 +65,16 @@ protected:
 
 const std::vector<uint8_t> BYTES(300, 0x5A);
 
+/// 300 bytes of which no two neighbours, and no two 64 apart, are alike.
+std::vector<uint8_t> countingBytes()
+{
+    std::vector<uint8_t> bytes(300);
+    for (size_t i = 0; i < bytes.size(); ++i) {
+        bytes[i] = static_cast<uint8_t>(7 * i + 1);
+    }
+    return bytes;
+}
+
 TEST_F(CanInterfaceTest, ConfigureRegistersReceiveIdsInOrderAndThePrimaryLast)
 {
     CapturedOutput output;
@@ -87,6 +100,48 @@ TEST_F(CanInterfaceTest, ConfiguringAgainAddsUp)
     EXPECT_EQ(book().at(8).size(), 1U);
     EXPECT_EQ(sut.send(BYTES.data(), 1), 0);
     EXPECT_EQ(nextFrame(), (std::vector<uint8_t>{8, 2, 0, 0, 0, 0, 1, 1, 1, 0x5A}));
+}
+
+TEST_F(CanInterfaceTest, FramesSentWhileItIsConfiguredAgainAreMadeOfOldAndNewValues)
+{
+    configureQuietly(sut, {5, 0x123, CAN_STANDARD, {}});
+    CapturedOutput output;
+    std::atomic<bool> done{false};
+    std::vector<std::vector<uint8_t>> sent;
+    std::promise<void> sending;
+    std::thread sender([&] {
+        bool first = true;
+        while (!done) {
+            if (sut.send(BYTES.data(), 1) != 0) {
+                return;
+            }
+            sent.push_back(nextFrame());
+            if (first) {
+                first = false;
+                sending.set_value();
+            }
+        }
+    });
+    sending.get_future().wait();
+    for (int round = 0; round < 1000; ++round) {
+        if (round % 2 == 0) {
+            sut.configure({6, 0x456, CAN_FD_STANDARD, {}});
+        } else {
+            sut.configure({5, 0x123, CAN_STANDARD, {}});
+        }
+    }
+    done = true;
+    sender.join();
+    for (const std::vector<uint8_t>& frame : sent) {
+        ASSERT_EQ(frame.size(), 10U);
+        EXPECT_TRUE(frame[0] == 5 || frame[0] == 6) << "channel " << unsigned{frame[0]};
+        EXPECT_TRUE(frame[3] == CAN_STANDARD || frame[3] == CAN_FD_STANDARD) << "type " << unsigned{frame[3]};
+        const unsigned id = frame[6] * 256U + frame[7];
+        EXPECT_TRUE(id == 0x123 || id == 0x456) << "identifier " << id;
+    }
+    // The first frame was sent before the second configuration, so the loop above has looked at something.
+    ASSERT_FALSE(sent.empty());
+    EXPECT_EQ(sent.front(), (std::vector<uint8_t>{5, 2, 0, 0, 0, 0, 1, 0x23, 1, 0x5A}));
 }
 
 TEST_F(CanInterfaceTest, UnconfiguredInterfaceSendsNoBytes)
@@ -131,6 +186,13 @@ TEST_F(CanInterfaceTest, NullPayloadOfLengthZeroMakesAnEmptyFrame)
     EXPECT_EQ(nextFrame(), (std::vector<uint8_t>{5, 2, 0, 0, 0, 0, 1, 0x23, 0}));
 }
 
+TEST_F(CanInterfaceTest, NullPayloadWithALengthMakesAFrameOfZeros)
+{
+    configureForType(CAN_STANDARD);
+    EXPECT_EQ(sut.send(nullptr, 3), 0);
+    EXPECT_EQ(nextFrame(), (std::vector<uint8_t>{5, 2, 0, 0, 0, 0, 1, 0x23, 3, 0, 0, 0}));
+}
+
 struct SizeCase
 {
     uint32_t type;
@@ -145,8 +207,9 @@ class CanInterfaceSizeTest : public CanInterfaceTest, public testing::WithParamI
 TEST_P(CanInterfaceSizeTest, TypeDecidesWhichSizesAreSent)
 {
     configureForType(static_cast<cantype_t>(GetParam().type));
+    const std::vector<uint8_t> bytes = countingBytes();
     CapturedOutput output;
-    const int result = sut.send(BYTES.data(), GetParam().size);
+    const int result = sut.send(bytes.data(), GetParam().size);
     const std::vector<uint8_t> frame = nextFrame();
     if (GetParam().sentLength < 0) {
         EXPECT_EQ(result, -1);
@@ -158,6 +221,7 @@ TEST_P(CanInterfaceSizeTest, TypeDecidesWhichSizesAreSent)
         EXPECT_EQ(output.out(), "");
         ASSERT_EQ(frame.size(), 9U + static_cast<size_t>(GetParam().sentLength));
         EXPECT_EQ(frame[8], GetParam().sentLength);
+        EXPECT_TRUE(std::equal(frame.begin() + 9, frame.end(), bytes.begin())) << "payload";
     }
     EXPECT_EQ(output.err(), "");
 }
@@ -210,6 +274,15 @@ TEST_F(CanInterfaceTest, StandardMessageOnAnExtendedInterfaceLosesTheUpperIdenti
     EXPECT_EQ(msg.canId, 0x6F0U);
     EXPECT_EQ(msg.type, CAN_EXTENDED);
     EXPECT_EQ(nextFrame(), (std::vector<uint8_t>{5, 2, 0, 1, 0x80, 0, 0x06, 0xF0, 0}));
+}
+
+TEST_F(CanInterfaceTest, ExtendedMessageOnAStandardInterfaceKeepsTheUpperIdentifierBits)
+{
+    configureQuietly(sut, {5, 0x1ABCDEF0, CAN_STANDARD, {}});
+    CANExtTraceMessage msg(11, 0, 0, CAN_FRAME_TX, CAN_STATE_OK, CAN_EXTENDED, 0, 0, nullptr);
+    EXPECT_EQ(sut.send(msg), 0);
+    EXPECT_EQ(msg.canId, 0x1ABCDEF0U);
+    EXPECT_EQ(msg.type, CAN_STANDARD);
 }
 
 struct MaskCase

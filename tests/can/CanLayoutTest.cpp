@@ -8,6 +8,7 @@
 
 #include <gtest/gtest.h>
 
+#include <atomic>
 #include <sstream>
 #include <type_traits>
 
@@ -32,6 +33,13 @@ REVEAL_MEMBER(ChannelReceivers, MsgRxHandler, channelReceivers);
 namespace {
 
 using Configuration = CanInterface::Configuration;
+
+// Members that several threads share are atomics in the place of the plain ones.
+static_assert(sizeof(std::atomic<bool>) == sizeof(bool));
+static_assert(sizeof(std::atomic<uint8_t>) == sizeof(uint8_t));
+static_assert(sizeof(std::atomic<uint32_t>) == sizeof(uint32_t));
+static_assert(sizeof(std::atomic<cantype_t>) == sizeof(cantype_t));
+static_assert(sizeof(std::atomic<pthread_t>) == sizeof(pthread_t));
 
 TEST(CanLayoutTest, InterfaceBaseSlots)
 {
@@ -106,6 +114,7 @@ TEST(CanLayoutTest, CanInterfaceBasesAndMembersLieInOrder)
     EXPECT_EQ(offsetIn(sut, reveal(Id{})), bases + 4);
     EXPECT_EQ(offsetIn(sut, reveal(Type{})), bases + 8);
     EXPECT_EQ(offsetIn(sut, reveal(ReceiveIds{})), bases + 16);
+    EXPECT_EQ(sizeof(CanInterface), bases + 16 + sizeof(std::vector<Configuration::idPair_t>));
 }
 
 TEST(CanLayoutTest, NewCanInterfaceIsUnconfiguredAndEmpty)

@@ -376,6 +376,22 @@ TEST_F(CanTxHandlerTest, FailedWriteIsLoggedWithTheSystemsText)
     EXPECT_EQ(output.err(), "");
 }
 
+TEST_F(CanTxHandlerTest, FailedWriteOnTheExtensionDeviceLeavesTheMainDeviceSending)
+{
+    fitExtensionBoard();
+    fakedevices::provideAs(EXTENSION, open("/dev/full", O_WRONLY), EXTENSION_FD);
+    CanTxHandler* const sut = quietInstance();
+    CapturedOutput output;
+    CANExtTraceMessage onExtension = testframes::onChannel(15);
+    EXPECT_EQ(sut->send(onExtension), -1);
+    EXPECT_EQ(effects::count("close"), 0U);
+    CANExtTraceMessage onMain = testframes::onChannel(14);
+    EXPECT_EQ(sut->send(onMain), 0);
+    EXPECT_EQ(output.out(),
+              "[ERROR] CanTxHandler::send() Can't write data, err=-1, errStr=No space left on device\n");
+    EXPECT_EQ(output.err(), "");
+}
+
 TEST_F(CanTxHandlerTest, FailedWriteLeavesTheDeviceOpen)
 {
     fakedevices::provideAs(MAIN, open("/dev/full", O_WRONLY), MAIN_FD);

@@ -4,6 +4,7 @@
 #include <array>
 #include <cerrno>
 #include <memory>
+#include <stdexcept>
 #include <utility>
 
 #include <sys/select.h>
@@ -222,6 +223,74 @@ TEST_F(MsgRxHandlerDevicesTest, UnsynchronisedClocksCountAsZero)
     EXPECT_EQ(sut().*reveal(FpgacOffset{}), 0U);
 }
 
+struct ClockCase
+{
+    const char* name;
+    const char* unsynchronised;
+    const char* lines;
+};
+
+class MsgRxHandlerOneClockTest : public MsgRxHandlerDevicesTest, public testing::WithParamInterface<ClockCase>
+{
+};
+
+TEST_P(MsgRxHandlerOneClockTest, UnsynchronisedClockCountsAsZeroAndTheOtherKeepsItsOffset)
+{
+    fitExtensionBoard();
+    fakeoffsets::set("fpgab", 10);
+    fakeoffsets::set("fpgac", 20);
+    fakeoffsets::loseSynchronisation(GetParam().unsynchronised);
+    CapturedOutput output;
+    EXPECT_EQ(sut().openDevices(), 0);
+    EXPECT_EQ(output.out(), "[INFO] MsgRxHandler::closeDevices() Close 2 devices.\n"
+                            "[INFO] MsgRxHandler::openDevices() Open device=/dev/vqlog-fpgab\n"
+                            "[INFO] MsgRxHandler::openDevices() Open device, name=/dev/vqlog-fpgab, fd=201\n"
+                            "[INFO] MsgRxHandler::openDevices() Open device=/dev/vqlog-fpgac\n"
+                            "[INFO] MsgRxHandler::openDevices() Open device, name=/dev/vqlog-fpgac, fd=202\n" +
+                                std::string(GetParam().lines));
+    EXPECT_EQ(output.err(), "");
+}
+
+INSTANTIATE_TEST_SUITE_P(
+    Clocks, MsgRxHandlerOneClockTest,
+    testing::Values(ClockCase{"Main", "fpgab",
+                              "[ERROR] MsgRxHandler::openDevices() fpgab is not synchronized\n"
+                              "[INFO] MsgRxHandler::openDevices() #################### fpgabOffset=0\n"
+                              "[INFO] MsgRxHandler::openDevices() #################### fpgacOffset=20\n"},
+                    ClockCase{"Extension", "fpgac",
+                              "[ERROR] MsgRxHandler::openDevices() fpgac is not synchronized\n"
+                              "[INFO] MsgRxHandler::openDevices() #################### fpgabOffset=10\n"
+                              "[INFO] MsgRxHandler::openDevices() #################### fpgacOffset=0\n"}),
+    [](const auto& tested) { return std::string(tested.param.name); });
+
+TEST_F(MsgRxHandlerDevicesTest, OtherExceptionOfTheClockCorrectionReachesTheCaller)
+{
+    fakeoffsets::fail("fpgab", "no memory for the clock");
+    CapturedOutput output;
+    try {
+        static_cast<void>(sut().openDevices());
+        ADD_FAILURE() << "nothing was thrown";
+    } catch (const std::runtime_error& exception) {
+        EXPECT_STREQ(exception.what(), "no memory for the clock");
+    }
+    EXPECT_EQ(output.out(), "[INFO] MsgRxHandler::closeDevices() Close 1 devices.\n"
+                            "[INFO] MsgRxHandler::openDevices() Open device=/dev/vqlog-fpgab\n"
+                            "[INFO] MsgRxHandler::openDevices() Open device, name=/dev/vqlog-fpgab, fd=201\n");
+    EXPECT_EQ(output.err(), "");
+    EXPECT_EQ(descriptorOf(MAIN), 201);
+}
+
+TEST_F(MsgRxHandlerDevicesTest, OtherExceptionOfTheExtensionsClockReachesTheCallerToo)
+{
+    fitExtensionBoard();
+    fakeoffsets::set("fpgab", 10);
+    fakeoffsets::fail("fpgac", "no memory for the clock");
+    CapturedOutput output;
+    EXPECT_THROW(static_cast<void>(sut().openDevices()), std::runtime_error);
+    EXPECT_EQ(sut().*reveal(FpgabOffset{}), 10U);
+    EXPECT_EQ(output.err(), "");
+}
+
 TEST_F(MsgRxHandlerDevicesTest, WithoutExtensionBoardItsOffsetKeepsItsValue)
 {
     sut().*reveal(FpgacOffset{}) = 77;
@@ -273,7 +342,9 @@ TEST_F(MsgRxHandlerDevicesTest, FirstDeviceMissingLeavesTheSecondUntried)
     fitExtensionBoard();
     fakedevices::refuse(MAIN, EACCES);
     CapturedOutput output;
+    errno = 0;
     EXPECT_EQ(sut().openDevices(), -1);
+    EXPECT_EQ(errno, EACCES);
     EXPECT_EQ(effects::count("open"), 1U);
 }
 
@@ -283,6 +354,7 @@ TEST_F(MsgRxHandlerDevicesTest, DescriptorBeyondTheWatchSetIsAFailedOpen)
     CapturedOutput output;
     errno = 0;
     EXPECT_EQ(sut().openDevices(), -1);
+    EXPECT_EQ(errno, EMFILE);
     EXPECT_EQ(output.out(), "[INFO] MsgRxHandler::closeDevices() Close 1 devices.\n"
                             "[INFO] MsgRxHandler::openDevices() Open device=/dev/vqlog-fpgab\n"
                             "[ERROR] MsgRxHandler::openDevices() Can't open device=/dev/vqlog-fpgab\n"

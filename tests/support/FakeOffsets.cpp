@@ -7,6 +7,7 @@
 #include <map>
 #include <mutex>
 #include <optional>
+#include <stdexcept>
 
 namespace fakeoffsets {
 
@@ -14,6 +15,7 @@ namespace {
 
 std::mutex mutex;
 std::map<std::string, std::optional<uint64_t>> offsets;
+std::map<std::string, std::string> failures;
 
 } // namespace
 
@@ -29,6 +31,12 @@ void loseSynchronisation(const std::string& deviceName)
     offsets[deviceName] = std::nullopt;
 }
 
+void fail(const std::string& deviceName, const std::string& text)
+{
+    const std::lock_guard lock(mutex);
+    failures[deviceName] = text;
+}
+
 } // namespace fakeoffsets
 
 uint64_t TimeTickOffsetReader::getDeviceOffset(const std::string& deviceName) const
@@ -36,6 +44,9 @@ uint64_t TimeTickOffsetReader::getDeviceOffset(const std::string& deviceName) co
     using namespace fakeoffsets;
     effects::note("offset " + deviceName);
     const std::lock_guard lock(mutex);
+    if (const auto failure = failures.find(deviceName); failure != failures.end()) {
+        throw std::runtime_error(failure->second);
+    }
     const auto found = offsets.find(deviceName);
     if (found == offsets.end()) {
         return 0;
