@@ -416,6 +416,18 @@ TEST_F(WriteAllTest, NumberThatIsADeviceAgainIsOneAgain)
     EXPECT_EQ(errno, EIO);
 }
 
+TEST_F(WriteAllTest, DuplicateOfADeviceIsWrittenAndLeavesTheFaultToTheOriginal)
+{
+    const Ends device = deviceEnds();
+    const wire::FileDescriptor duplicate(dup(device.mine.get()));
+    sendPacket(device.theirs.get(), wire::encodeFault(EIO));
+
+    EXPECT_EQ(writeText(duplicate.get(), "frame"), 0);
+    EXPECT_EQ(receivedFrom(device.theirs.get()), "frame");
+    EXPECT_EQ(writeText(device.mine.get(), "frame"), -1);
+    EXPECT_EQ(errno, EIO);
+}
+
 TEST_F(WriteAllTest, HighDescriptorIsKnownToo)
 {
     const Ends low = socketEnds(SOCK_SEQPACKET);
