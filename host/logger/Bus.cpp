@@ -1,5 +1,7 @@
 #include <logger/Bus.h>
 
+#include <logger/node/NodeMember.h>
+
 #include <array>
 #include <span>
 
@@ -28,6 +30,12 @@ bool Bus::transmit(const wire::CanRecord& frame, std::optional<uint8_t> origin, 
         const std::span record = std::span(bytes).first(wire::encode(received, bytes));
         for (const auto& stream : port.device->openStreams()) {
             stream->append(record);
+        }
+    }
+    for (NodeMember* const node : nodes) {
+        if (node != &sender) {
+            ++delivered;
+            node->receive(frame);
         }
     }
     return true;

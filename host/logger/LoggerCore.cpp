@@ -33,6 +33,9 @@ LoggerCore::LoggerCore(EpollLoop& eventLoop, Options settings)
       processBus(eventLoop, connections, options, counters),
       router(options, devices, deviceClock, monitors, processBus, counters), connections(eventLoop)
 {
+    for (const std::shared_ptr<Node>& node : options.nodes) {
+        router.attach(*nodes.emplace_back(std::make_shared<NodeMember>(loop, router, node)));
+    }
     if (options.socketPath.empty()) {
         return;
     }

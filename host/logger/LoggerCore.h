@@ -11,8 +11,10 @@
 #include <logger/Router.h>
 #include <logger/SocketPath.h>
 #include <logger/VirtualLogger.h>
+#include <logger/node/NodeMember.h>
 #include <wire/StageStatistics.h>
 
+#include <memory>
 #include <optional>
 #include <string_view>
 #include <vector>
@@ -64,6 +66,7 @@ private:
     MonitorHub monitors;
     ProcessBus processBus;
     Router router;
+    std::vector<std::shared_ptr<NodeMember>> nodes;
     ConnectionList connections;
     std::vector<std::weak_ptr<NodeFrame>> nodeFrames; ///< threads may be waiting for these
     std::optional<SocketPath> socketPath;

@@ -1,5 +1,7 @@
 #include <logger/Router.h>
 
+#include <logger/node/NodeMember.h>
+
 #include <stdexcept>
 #include <string>
 
@@ -37,6 +39,11 @@ Router::Router(const Options& options, DeviceTable& devices, const DeviceClock& 
             attach(joinsPrevious ? buses.back() : buses.emplace_back(), static_cast<uint8_t>(channel));
         }
     }
+}
+
+void Router::attach(NodeMember& node)
+{
+    busOf[node.channel()]->attach(node);
 }
 
 bool Router::route(const wire::CanRecord& frame, std::optional<uint8_t> origin, Sender& sender)

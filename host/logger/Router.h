@@ -21,6 +21,9 @@ public:
     Router(const Options& options, DeviceTable& devices, const DeviceClock& deviceClock, MonitorHub& watchers,
            ProcessBus& registeredProcesses, Statistics& counters);
 
+    /// Connects a node with the bus of its channel.
+    void attach(NodeMember& node);
+
     /// Puts a frame on the bus of its channel.
     ///
     /// @param origin  channel that sends; nothing: a node on that bus

@@ -14,6 +14,7 @@
 namespace vlogger {
 
 class Clock;
+class Node;
 
 /// Everything that a virtual logger is built from. The defaults are a plain board with its channels wired in pairs.
 struct Options
@@ -35,6 +36,8 @@ struct Options
     std::chrono::milliseconds stallLimit{1000};
     /// IPv4 addresses that the address service is told another host has.
     std::vector<std::string> takenAddresses = {};
+    /// Simulated control units, each on the bus of its channel. They belong to this logger while it lives.
+    std::vector<std::shared_ptr<Node>> nodes = {};
     /// The time that the logger lives in; null: the machine's own.
     std::shared_ptr<Clock> clock = {};
 };
