@@ -1,8 +1,8 @@
 #include <bench/Bench.h>
 
-#include <bench/CyclicSender.h>
 #include <bench/EthernetPeer.h>
 #include <bench/FaultPlan.h>
+#include <bench/ScriptedNodes.h>
 #include <config/ConfigurationCheck.h>
 #include <logger/SteadyClock.h>
 
@@ -18,13 +18,6 @@ namespace {
 const config::Configuration& checked(const config::Configuration& configuration)
 {
     std::string mistakes;
-    for (const config::Node& node : configuration.nodes) {
-        // Said, not passed over in silence: whoever waits for an answer would look for the fault elsewhere.
-        if (!node.answers.empty()) {
-            mistakes.append(mistakes.empty() ? "" : "\n");
-            mistakes.append("node \"" + node.name + "\": nodes send cyclic frames; answers are not served yet");
-        }
-    }
     for (const std::string& sentence : config::check(configuration)) {
         mistakes.append(mistakes.empty() ? "" : "\n").append(sentence);
     }
@@ -43,7 +36,8 @@ Options optionsOf(const config::Configuration& configuration, const std::string&
             .socketPath = socketPath,
             .streamQueueBytes = configuration.queues.streamBytes,
             .stallLimit = std::chrono::milliseconds(configuration.queues.stallLimitMs),
-            .takenAddresses = configuration.addresses.taken};
+            .takenAddresses = configuration.addresses.taken,
+            .nodes = scriptedNodes(configuration.nodes)};
 }
 
 Bench::Bench(const config::Configuration& configuration, const std::string& socketPath)
@@ -51,11 +45,6 @@ Bench::Bench(const config::Configuration& configuration, const std::string& sock
 {
     for (const config::Peer& peer : configuration.peers) {
         peers.push_back(std::make_unique<EthernetPeer>(loop, peer));
-    }
-    for (const config::Node& node : configuration.nodes) {
-        for (const config::CyclicFrame& frame : node.cyclic) {
-            senders.push_back(std::make_unique<CyclicSender>(loop, virtualLogger, node.channel, frame));
-        }
     }
     faults = std::make_unique<FaultPlan>(loop, virtualLogger, configuration.faults, peers);
     // Signals are the program's; its threads inherit what is blocked.

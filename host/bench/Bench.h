@@ -11,7 +11,6 @@
 
 namespace vlogger {
 
-class CyclicSender;
 class EthernetPeer;
 class FaultPlan;
 
@@ -22,14 +21,12 @@ Options optionsOf(const config::Configuration& configuration, const std::string&
 /// A virtual logger with everything that a configuration puts around it: nodes, Ethernet peers, faults at their
 /// times.
 ///
-/// Threads: as VirtualLogger. A thread of its own serves peers, cyclic frames and faults.
+/// Threads: as VirtualLogger. A thread of its own serves peers and faults.
 class Bench
 {
 public:
     /// @throws std::system_error if socket or a peer's port cannot be had
-    /// @throws std::invalid_argument with every mistake if the configuration has any, or a node has answers, which
-    /// are
-    ///         not served yet
+    /// @throws std::invalid_argument with every mistake if the configuration has any
     Bench(const config::Configuration& configuration, const std::string& socketPath);
     ~Bench();
     Bench(const Bench&) = delete;
@@ -41,7 +38,6 @@ private:
     VirtualLogger virtualLogger;
     EpollLoop loop;
     std::vector<std::unique_ptr<EthernetPeer>> peers;
-    std::vector<std::unique_ptr<CyclicSender>> senders;
     std::unique_ptr<FaultPlan> faults;
     std::thread thread;
 };

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <logger/node/IsoTpNodeOptions.h>
 #include <wire/Protocol.h>
 
 #include <cstdint>
@@ -11,7 +12,9 @@
 /// every field; the table that file and record share is in ConfigurationTable.h.
 namespace config {
 
-using Bytes = std::vector<uint8_t>;
+using vlogger::Answer;
+using vlogger::Bytes;
+using NodeFault = vlogger::IsoTpFault;
 
 struct Wiring
 {
@@ -30,14 +33,6 @@ struct Addresses
     std::vector<std::string> taken; ///< IPv4 addresses that the address service refuses: another host has them
 };
 
-/// What a node answers to a request.
-struct Answer
-{
-    Bytes request;  ///< compared with the beginning of what arrives
-    Bytes mask;     ///< bits of `request` that count; empty: all
-    Bytes response; ///< 1 to 4095 bytes
-};
-
 /// A frame that a node sends again and again.
 struct CyclicFrame
 {
@@ -48,18 +43,40 @@ struct CyclicFrame
     uint32_t periodMs = 100;
 };
 
+/// What requests and answers are made of.
+enum class Protocol : uint8_t
+{
+    ISO_TP, ///< messages by ISO 15765-2
+    FRAME,  ///< single classic frames
+};
+
+/// How an ISO-TP frame names its receiver.
+enum class Addressing : uint8_t
+{
+    NORMAL,   ///< by its identifier alone
+    EXTENDED, ///< by a byte in front of the control information
+};
+
 /// A simulated control unit on a bus.
 struct Node
 {
     std::string name;
     uint8_t channel = 1; ///< it sits on the bus of this channel
+    Protocol protocol = Protocol::ISO_TP;
     uint32_t requestId = 0x7E0;
     uint32_t responseId = 0x7E8;
     bool extended = false;
+    Addressing addressing = Addressing::NORMAL;
+    uint8_t address = 0;     ///< its own, with extended addressing
+    uint8_t peerAddress = 0; ///< of whom it answers, with extended addressing
+    bool minimalDlc = false;
     uint8_t blockSize = 0;
     uint32_t separationTimeUs = 0; ///< 0 to 127000 in whole milliseconds, or 100 to 900 in steps of 100
-    uint8_t waitFrames = 0;        ///< WAIT frames before it lets a sender go on
+    uint8_t waitFrames = 0;        ///< WAIT frames before each time that it lets a sender go on
+    uint32_t waitIntervalMs = 100; ///< between them
     uint32_t delayMs = 0;          ///< before it answers
+    NodeFault fault = NodeFault::NONE;
+    uint32_t faultFrame = 1; ///< the consecutive frame that the fault is about, from 1
     std::vector<Answer> answers;
     std::vector<CyclicFrame> cyclic;
 };

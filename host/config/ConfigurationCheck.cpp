@@ -59,10 +59,10 @@ bool hasDevice(const wire::Board& board, FaultKind kind, std::string_view path)
     return (!writes && vlogger::board::canRead(board, path)) || (!reads && vlogger::board::canWrite(board, path));
 }
 
-template <typename Record>
-void addSentences(std::vector<std::string>& sentences, const std::string& table, const Record& record)
+void addSentences(std::vector<std::string>& sentences, const std::string& table,
+                  const std::vector<WrongField>& wrongFields)
 {
-    for (const WrongField& wrong : check(record)) {
+    for (const WrongField& wrong : wrongFields) {
         sentences.push_back(table + "." + std::string(wrong.key) + ": " + wrong.text);
     }
 }
@@ -119,7 +119,7 @@ std::vector<WrongField> check(const Node& node)
     return wrong;
 }
 
-std::vector<WrongField> check(const Answer& answer)
+std::vector<WrongField> check(const Answer& answer, const Node& owner)
 {
     std::vector<WrongField> wrong;
     if (answer.request.empty()) {
@@ -129,9 +129,13 @@ std::vector<WrongField> check(const Answer& answer)
         wrong.push_back({"mask", "the mask has " + std::to_string(answer.mask.size()) + " bytes, the request " +
                                      std::to_string(answer.request.size())});
     }
-    if (answer.response.empty() || answer.response.size() > RESPONSE_MAX_BYTES) {
+    const size_t most = owner.protocol == Protocol::FRAME ? CLASSIC_MAX_BYTES : RESPONSE_MAX_BYTES;
+    const size_t bytes = answer.response.size();
+    if (answer.echo && bytes != 0) {
+        wrong.push_back({"response", "an answer that echoes the request has no response of its own"});
+    } else if (!answer.echo && (bytes == 0 || bytes > most)) {
         wrong.push_back(
-            {"response", "a response has 1 to 4095 bytes, not " + std::to_string(answer.response.size())});
+            {"response", "a response has 1 to " + std::to_string(most) + " bytes, not " + std::to_string(bytes)});
     }
     return wrong;
 }
@@ -191,27 +195,25 @@ std::vector<WrongField> check(const FaultEvent& event, const Configuration& whol
 std::vector<std::string> check(const Configuration& configuration)
 {
     std::vector<std::string> sentences;
-    addSentences(sentences, std::string(WIRING), configuration.wiring);
-    addSentences(sentences, std::string(ADDRESSES), configuration.addresses);
+    addSentences(sentences, std::string(WIRING), check(configuration.wiring));
+    addSentences(sentences, std::string(ADDRESSES), check(configuration.addresses));
     for (size_t i = 0; i < configuration.nodes.size(); ++i) {
         const Node& node = configuration.nodes[i];
         const std::string table = numbered(NODE, i);
-        addSentences(sentences, table, node);
+        addSentences(sentences, table, check(node));
         for (size_t j = 0; j < node.answers.size(); ++j) {
-            addSentences(sentences, table + "." + numbered(ANSWER, j), node.answers[j]);
+            addSentences(sentences, table + "." + numbered(ANSWER, j), check(node.answers[j], node));
         }
         for (size_t j = 0; j < node.cyclic.size(); ++j) {
-            addSentences(sentences, table + "." + numbered(CYCLIC, j), node.cyclic[j]);
+            addSentences(sentences, table + "." + numbered(CYCLIC, j), check(node.cyclic[j]));
         }
     }
     for (size_t i = 0; i < configuration.peers.size(); ++i) {
-        addSentences(sentences, numbered(PEER, i), configuration.peers[i]);
+        addSentences(sentences, numbered(PEER, i), check(configuration.peers[i]));
     }
     for (size_t i = 0; i < configuration.faults.events.size(); ++i) {
-        for (const WrongField& wrong : check(configuration.faults.events[i], configuration)) {
-            sentences.push_back(std::string(FAULTS) + "." + numbered(EVENT, i) + "." + std::string(wrong.key) +
-                                ": " + wrong.text);
-        }
+        addSentences(sentences, std::string(FAULTS) + "." + numbered(EVENT, i),
+                     check(configuration.faults.events[i], configuration));
     }
     return sentences;
 }

@@ -19,7 +19,8 @@ struct WrongField
 std::vector<WrongField> check(const Wiring& wiring);
 std::vector<WrongField> check(const Addresses& addresses);
 std::vector<WrongField> check(const Node& node);
-std::vector<WrongField> check(const Answer& answer);
+/// @param owner  tells what answers are made of
+std::vector<WrongField> check(const Answer& answer, const Node& owner);
 std::vector<WrongField> check(const CyclicFrame& frame);
 std::vector<WrongField> check(const Peer& peer);
 

@@ -68,15 +68,15 @@ private:
     void readNodes()
     {
         static constexpr std::array SUBTABLES{ANSWER, CYCLIC};
-        readTables(root, NODE, std::string(NODE), nodeKeys(), SUBTABLES, configuration.nodes,
-                   [&](const toml::table& table, Node& node) {
-                       addWrong(table, check(node));
-                       readTables(table, ANSWER, "node.answer", answerKeys(), {}, node.answers,
-                                  [&](const toml::table& part, Answer& answer) { addWrong(part, check(answer)); });
-                       readTables(
-                           table, CYCLIC, "node.cyclic", cyclicKeys(), {}, node.cyclic,
+        readTables(
+            root, NODE, std::string(NODE), nodeKeys(), SUBTABLES, configuration.nodes,
+            [&](const toml::table& table, Node& node) {
+                addWrong(table, check(node));
+                readTables(table, ANSWER, "node.answer", answerKeys(), {}, node.answers,
+                           [&](const toml::table& part, Answer& answer) { addWrong(part, check(answer, node)); });
+                readTables(table, CYCLIC, "node.cyclic", cyclicKeys(), {}, node.cyclic,
                            [&](const toml::table& part, CyclicFrame& frame) { addWrong(part, check(frame)); });
-                   });
+            });
     }
 
     void readFaults()
@@ -92,15 +92,14 @@ private:
             [&](const toml::table& part, FaultEvent& event) { addWrong(part, check(event, configuration)); });
     }
 
-    /// Fields that are missing or of another type were reported as such; no second complaint about what they hold.
+    /// A field that is not in the file is complained about at its table. One complaint per place is enough: fields
+    /// that are required or of another type were reported before.
     void addWrong(const toml::table& table, const std::vector<WrongField>& wrongFields)
     {
         for (const WrongField& wrong : wrongFields) {
             const auto entry = table.find(wrong.key);
-            if (entry == table.end()) {
-                continue;
-            }
-            const toml::source_position position = entry->second.source().begin;
+            const toml::source_position position =
+                (entry == table.end() ? table.source() : entry->second.source()).begin;
             if (std::ranges::none_of(mistakes, [&](const Mistake& known) {
                     return known.line == position.line && known.column == position.column;
                 })) {

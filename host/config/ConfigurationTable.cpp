@@ -6,6 +6,10 @@ namespace config {
 
 namespace {
 
+constexpr std::array<std::string_view, 2> PROTOCOLS{"iso_tp", "frame"};
+constexpr std::array<std::string_view, 2> ADDRESSINGS{"normal", "extended"};
+constexpr std::array<std::string_view, 6> NODE_FAULTS{
+    "none", "drop_consecutive", "wrong_sequence", "no_flow_control", "overflow", "silent"};
 constexpr std::array<std::string_view, 2> TRANSPORTS{"tcp", "udp"};
 constexpr std::array<std::string_view, 3> BEHAVIOURS{"echo", "sink", "silent"};
 constexpr std::array<std::string_view, 10> FAULT_KINDS{
@@ -75,6 +79,10 @@ std::span<const Key<Node>> nodeKeys()
     static const Key<Node> KEYS[] = {
         keyFor<&Node::name>({.name = "name", .meaning = "names the node in messages", .isRequired = true}),
         keyFor<&Node::channel>({.name = "channel", .meaning = "the node sits on the bus of this channel"}),
+        keyFor<&Node::protocol>(
+            {.name = "protocol",
+             .meaning = "iso_tp: requests and answers are messages by ISO 15765-2; frame: single classic frames",
+             .words = PROTOCOLS}),
         keyFor<&Node::requestId>({.name = "request_id",
                                   .meaning = "identifier that the node listens to",
                                   .most = EXTENDED_ID_MAX,
@@ -84,17 +92,44 @@ std::span<const Key<Node>> nodeKeys()
                                    .most = EXTENDED_ID_MAX,
                                    .isHex = true}),
         keyFor<&Node::extended>({.name = "extended", .meaning = "both identifiers have 29 bits"}),
+        keyFor<&Node::addressing>(
+            {.name = "addressing",
+             .meaning = "iso_tp: extended: a byte in front of the control information names the receiver",
+             .words = ADDRESSINGS}),
+        keyFor<&Node::address>({.name = "address",
+                                .meaning = "extended addressing: its own address; it takes no other frames",
+                                .isHex = true}),
+        keyFor<&Node::peerAddress>({.name = "peer_address",
+                                    .meaning = "extended addressing: the address that it sends to",
+                                    .isHex = true}),
+        keyFor<&Node::minimalDlc>(
+            {.name = "minimal_dlc",
+             .meaning = "iso_tp: frames are as short as their content, not padded to 8 bytes"}),
         keyFor<&Node::blockSize>(
             {.name = "block_size",
-             .meaning = "frames that a sender may send between two flow-control frames; 0: all"}),
+             .meaning = "iso_tp: frames that a sender may send between two flow-control frames; 0: all"}),
         keyFor<&Node::separationTimeUs>(
             {.name = "separation_time_us",
              .meaning =
-                 "least time between two frames of a sender; whole milliseconds, or 100 to 900 in steps of 100",
+                 "iso_tp: least time between two frames of a sender; whole milliseconds, or 100 to 900 in steps "
+                 "of 100",
              .most = SEPARATION_TIME_MAX_US}),
         keyFor<&Node::waitFrames>(
-            {.name = "wait_frames", .meaning = "WAIT frames that it sends before it lets a sender go on"}),
+            {.name = "wait_frames",
+             .meaning = "iso_tp: WAIT frames that it sends before each time that it lets a sender go on"}),
+        keyFor<&Node::waitIntervalMs>(
+            {.name = "wait_interval_ms", .meaning = "time from one of them to the next flow-control frame"}),
         keyFor<&Node::delayMs>({.name = "delay_ms", .meaning = "time between a request and its answer"}),
+        keyFor<&Node::fault>(
+            {.name = "fault",
+             .meaning = "iso_tp: what it does wrong: leaves out a consecutive frame of every answer, gives one the "
+                        "number of the next, does not answer first frames, answers them with an overflow, or sends "
+                        "nothing at all",
+             .words = NODE_FAULTS}),
+        keyFor<&Node::faultFrame>(
+            {.name = "fault_frame",
+             .meaning = "the consecutive frame that is left out or wrong, counted from 1 in each answer",
+             .least = 1}),
     };
     return KEYS;
 }
@@ -109,7 +144,9 @@ std::span<const Key<Answer>> answerKeys()
         keyFor<&Answer::mask>(
             {.name = "mask", .meaning = "hex bytes, as many as in `request`: the bits that count; empty: all"}),
         keyFor<&Answer::response>(
-            {.name = "response", .meaning = "hex bytes of the answer, 1 to 4095", .isRequired = true}),
+            {.name = "response", .meaning = "hex bytes of the answer: 1 to 4095, as a frame 1 to 8"}),
+        keyFor<&Answer::echo>(
+            {.name = "echo", .meaning = "the answer is the request itself; `response` is then empty"}),
     };
     return KEYS;
 }

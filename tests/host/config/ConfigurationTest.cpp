@@ -42,23 +42,33 @@ taken = ["192.168.1.7", "10.0.0.1"]
 [[node]]
 name = "engine"
 channel = 3
+protocol = "iso_tp"
 request_id = 0x18DA10F1
 response_id = 0x18DAF110
 extended = true
+addressing = "extended"
+address = 0x10
+peer_address = 0xF1
+minimal_dlc = true
 block_size = 8
 separation_time_us = 5000
 wait_frames = 2
+wait_interval_ms = 50
 delay_ms = 10
+fault = "wrong_sequence"
+fault_frame = 3
 
 [[node.answer]]
 request = "22 F1 90"
 mask = "FF FF F0"
 response = "62 F1 90 57"
+echo = false
 
 [[node.answer]]
 request = "3E"
 mask = ""
-response = "7E 00"
+response = ""
+echo = true
 
 [[node.cyclic]]
 id = 0x123
@@ -70,13 +80,21 @@ period_ms = 20
 [[node]]
 name = "brakes \"left\""
 channel = 5
+protocol = "frame"
 request_id = 0x7E1
 response_id = 0x7E9
 extended = false
+addressing = "normal"
+address = 0x0
+peer_address = 0x0
+minimal_dlc = false
 block_size = 0
 separation_time_us = 0
 wait_frames = 0
+wait_interval_ms = 100
 delay_ms = 0
+fault = "none"
+fault_frame = 1
 
 [[peer]]
 name = "server"
@@ -134,6 +152,10 @@ TEST(ConfigurationTest, EveryKeyIsReadAndWrittenBack)
     ASSERT_EQ(read.nodes.size(), 2U);
     EXPECT_EQ(read.nodes[0].requestId, 0x18DA10F1U);
     EXPECT_EQ(read.nodes[0].answers[0].mask, (Bytes{0xFF, 0xFF, 0xF0}));
+    EXPECT_EQ(read.nodes[0].addressing, Addressing::EXTENDED);
+    EXPECT_EQ(read.nodes[0].fault, NodeFault::WRONG_SEQUENCE);
+    EXPECT_TRUE(read.nodes[0].answers[1].echo);
+    EXPECT_EQ(read.nodes[1].protocol, Protocol::FRAME);
     EXPECT_EQ(read.nodes[1].name, "brakes \"left\"");
     EXPECT_EQ(read.peers[0].transport, Transport::UDP);
     EXPECT_EQ(read.peers[0].behaviour, Behaviour::SILENT);
@@ -217,6 +239,17 @@ TEST(ConfigurationTest, EveryWrongValueIsNamedWithWhatItShouldBe)
         {node + "request_id = 0x800\n", "bench.toml:3:14: an identifier above 0x7FF needs extended = true"},
         {node + "response_id = 0x7E0\n",
          "bench.toml:3:15: a node that sends with the identifier it listens to answers itself"},
+        {node + "request_id = 0x7E8\n",
+         "bench.toml:1:1: a node that sends with the identifier it listens to answers itself"},
+        {node + "protocol = \"isotp\"\n",
+         "bench.toml:3:12: \"protocol\" is one of \"iso_tp\", \"frame\"; the nearest is \"iso_tp\""},
+        {node + "addressing = \"mixed\"\n",
+         "bench.toml:3:14: \"addressing\" is one of \"normal\", \"extended\"; the nearest is \"normal\""},
+        {node + "address = 256\n", "bench.toml:3:11: \"address\" is a whole number from 0 to 255"},
+        {node + "fault = \"silence\"\n",
+         "bench.toml:3:9: \"fault\" is one of \"none\", \"drop_consecutive\", \"wrong_sequence\", "
+         "\"no_flow_control\", \"overflow\", \"silent\"; the nearest is \"silent\""},
+        {node + "fault_frame = 0\n", "bench.toml:3:15: \"fault_frame\" is a whole number from 1 to 4294967295"},
         {node + "separation_time_us = 950\n",
          "bench.toml:3:22: 950 cannot be told to a sender; there are 100 to 900 in steps of 100 and whole "
          "milliseconds"},
@@ -230,6 +263,11 @@ TEST(ConfigurationTest, EveryWrongValueIsNamedWithWhatItShouldBe)
          "bench.toml:5:8: the mask has 2 bytes, the request 1"},
         {node + "[[node.answer]]\nrequest = \"22\"\nresponse = \"\"\n",
          "bench.toml:5:12: a response has 1 to 4095 bytes, not 0"},
+        {node + "[[node.answer]]\nrequest = \"22\"\n", "bench.toml:3:1: a response has 1 to 4095 bytes, not 0"},
+        {node + "[[node.answer]]\nrequest = \"22\"\necho = true\nresponse = \"00\"\n",
+         "bench.toml:6:12: an answer that echoes the request has no response of its own"},
+        {node + "protocol = \"frame\"\n[[node.answer]]\nrequest = \"22\"\nresponse = \"001122334455667788\"\n",
+         "bench.toml:6:12: a response has 1 to 8 bytes, not 9"},
         {node + "[[node.cyclic]]\nid = 0x800\n", "bench.toml:4:6: an identifier above 0x7FF needs extended = true"},
         {node + "[[node.cyclic]]\nid = 1\npayload = \"001122334455667788\"\n",
          "bench.toml:5:11: 9 bytes need fd = true; a classic frame has at most 8"},
