@@ -2,6 +2,7 @@
 
 #include <support/CapturedOutput.h>
 #include <support/LogLock.h>
+#include <support/RedirectedDescriptor.h>
 #include <support/Sanitizer.h>
 #include <support/SecondThread.h>
 
@@ -22,28 +23,6 @@
 using logline::Level;
 
 namespace {
-
-/// Standard output leads elsewhere while this object lives.
-class RedirectedOutput
-{
-public:
-    explicit RedirectedOutput(int target) : original(fcntl(STDOUT_FILENO, F_DUPFD_CLOEXEC, 0))
-    {
-        std::cout.flush();
-        dup2(target, STDOUT_FILENO);
-        close(target);
-    }
-    ~RedirectedOutput()
-    {
-        dup2(original, STDOUT_FILENO);
-        close(original);
-    }
-    RedirectedOutput(const RedirectedOutput&) = delete;
-    RedirectedOutput& operator=(const RedirectedOutput&) = delete;
-
-private:
-    const int original;
-};
 
 /// Writes numbers as no log line may look: 1.234.567.
 class GroupedDigits : public std::numpunct<char>
@@ -146,7 +125,7 @@ TEST(LogLineTest, EveryLineIsOneWriteAndIsOutAtOnce)
         return size < 0 ? "nothing" : std::string(bytes.data(), static_cast<size_t>(size));
     };
     {
-        const RedirectedOutput redirected(ends[0]);
+        const RedirectedDescriptor redirected(STDOUT_FILENO, ends[0]);
         logline::write(Level::INFO, "Origin", "function", "a=", 1);
         EXPECT_EQ(nextWrite(), "[INFO] Origin::function() a=1\n");
         logline::write(Level::ERROR, "Origin", "function", "b=", 2);
@@ -160,7 +139,7 @@ TEST(LogLineTest, FullDiskCostsItsLineAndNotTheNext)
 {
     CapturedOutput output;
     {
-        const RedirectedOutput redirected(open("/dev/full", O_WRONLY | O_CLOEXEC));
+        const RedirectedDescriptor redirected(STDOUT_FILENO, openFullDisk());
         logline::write(Level::INFO, "Origin", "function", "lost");
     }
     EXPECT_TRUE(std::cout.good());

@@ -1,5 +1,7 @@
 #include <logger/Diagnostics.h>
 
+#include <wire/WholeWrite.h>
+
 #include <iostream>
 #include <string>
 
@@ -11,7 +13,7 @@ void write(std::string_view tag, std::string_view text)
 {
     std::string line(tag);
     line.append("VirtualLogger: ").append(text).append("\n");
-    std::cerr.write(line.data(), static_cast<std::streamsize>(line.size())).flush();
+    wire::writeWhole(std::cerr, line);
 }
 
 } // namespace

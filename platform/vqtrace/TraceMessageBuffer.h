@@ -26,14 +26,15 @@ public:
 
     /// Takes what the device has, up to the room in the buffer. Never blocks.
     ///
-    /// @return above 0 if there is something to fetch: the number of bytes read or, if none came, of those that a
-    ///         getNextMessage() which threw has left; 0 if there is nothing new or the device is at its end; -1 on
-    ///         failure, with errno set by read(2)
+    /// @return above 0 if there is something to fetch: the number of bytes read or, if none came, of those that wait
+    ///         because getNextMessage() has not yet returned false, as after an exception; 0 if there is nothing new
+    ///         or the device is at its end and everything is fetched; -1 on failure, with errno set by read(2)
     ///
-    /// At the end of the device one line on standard output says so, "[ERROR] TraceMessageBuffer::read() device is
-    /// at its end, name=", `name` and, if the stream broke off within a record or before all records were fetched,
+    /// When the device is at its end and everything is fetched, one line on standard output says so, "[ERROR]
+    /// TraceMessageBuffer::read() device is at its end, name=", `name` and, if the stream broke off within a record,
     /// ", bytes left=" and their number. The descriptor is then replaced, under its number, by one that is never
-    /// ready, so that waiting for it costs nothing. Invalidates every pointer from getNextMessage().
+    /// ready, so that waiting for it costs nothing; until then it stays ready. Invalidates every pointer from
+    /// getNextMessage().
     int read();
 
     /// Finds the next complete record in the buffer.

@@ -6,6 +6,7 @@
 #include <wire/BigEndian.h>
 #include <wire/FileDescriptor.h>
 #include <wire/TraceRecord.h>
+#include <wire/WholeWrite.h>
 
 #include <fcntl.h>
 #include <poll.h>
@@ -17,6 +18,7 @@
 #include <cerrno>
 #include <cstring>
 #include <iostream>
+#include <utility>
 #include <vector>
 
 class TraceMessageBuffer::Impl
@@ -47,6 +49,7 @@ private:
     void compact();
     ssize_t receive();
     ssize_t receiveFromFile();
+    void finish(const std::string& deviceName);
     void reportEnd(const std::string& deviceName);
     void becomeQuiet();
     void resynchronise();
@@ -64,9 +67,10 @@ private:
     uint64_t positionOfBuffer = 0; ///< of the first byte of `bytes` in the stream
     bool isSocket = true;          ///< until recv(2) says otherwise
     bool searching = false;        ///< the bytes at `next` are known to be no record; their reason was reported
-    bool interrupted = false;      ///< the last fetch ended with an exception, so there may be more
-    bool ended = false;            ///< the device is at its end, and that was said
-    bool quiet = false;            ///< the descriptor is the replacement
+    bool drained = true;           ///< what waits was looked at and is no whole record
+    bool ended = false;            ///< the device is at its end
+    bool endReported = false;
+    bool quiet = false; ///< the descriptor is the replacement
 };
 
 void TraceMessageBuffer::Impl::compact()
@@ -85,16 +89,10 @@ int TraceMessageBuffer::Impl::read(const std::string& deviceName)
 {
     compact();
     ssize_t count = 0;
-    if (ended) {
-        becomeQuiet();
-    } else if (room() > 0) {
+    if (!ended && room() > 0) {
         count = receive();
-        if (count == 0 || (count < 0 && errno == ECONNRESET)) {
-            ended = true;
-            reportEnd(deviceName);
-            becomeQuiet();
-            count = 0;
-        } else if (count < 0 && (errno == EAGAIN || errno == EWOULDBLOCK)) {
+        ended = count == 0 || (count < 0 && errno == ECONNRESET);
+        if (ended || (count < 0 && (errno == EAGAIN || errno == EWOULDBLOCK))) {
             count = 0;
         }
     }
@@ -102,7 +100,13 @@ int TraceMessageBuffer::Impl::read(const std::string& deviceName)
         return -1;
     }
     last += count;
-    return static_cast<int>(count == 0 && interrupted ? waiting() : static_cast<size_t>(count));
+    drained = waiting() == 0 || (drained && count == 0);
+    if (ended && drained) {
+        finish(deviceName);
+    }
+    // A user that was kept from fetching everything, by an exception for example, comes back for the rest even if
+    // the device stays silent from now on.
+    return static_cast<int>(count == 0 && !drained ? waiting() : static_cast<size_t>(count));
 }
 
 /// @return as read(2), with EAGAIN instead of waiting
@@ -142,6 +146,15 @@ ssize_t TraceMessageBuffer::Impl::receiveFromFile()
     return count;
 }
 
+/// Only when everything is fetched: until then the descriptor has to stay ready, or nobody would come for the rest.
+void TraceMessageBuffer::Impl::finish(const std::string& deviceName)
+{
+    if (!std::exchange(endReported, true)) {
+        reportEnd(deviceName);
+    }
+    becomeQuiet();
+}
+
 void TraceMessageBuffer::Impl::reportEnd(const std::string& deviceName)
 {
     std::string line = "[ERROR] TraceMessageBuffer::read() device is at its end, name=" + deviceName;
@@ -149,12 +162,11 @@ void TraceMessageBuffer::Impl::reportEnd(const std::string& deviceName)
         line += ", bytes left=" + vqhost::decimal(waiting());
     }
     line += '\n';
-    const auto write = [&line] { std::cout.write(line.data(), static_cast<std::streamsize>(line.size())).flush(); };
     if (logMutex != nullptr) {
         const MutexLock lock(*logMutex);
-        write();
+        wire::writeWhole(std::cout, line);
     } else {
-        write();
+        wire::writeWhole(std::cout, line);
     }
 }
 
@@ -182,7 +194,7 @@ bool TraceMessageBuffer::Impl::fetch(unsigned char*& recordBegin, unsigned char*
     const size_t length = rest.size() < wire::RECORD_HEADER_BYTES ? 0 : wire::readHeader(next).lengthBytes;
     const bool fits = length <= bytes.size();
     if (searching || (error == wire::RecordError::INCOMPLETE && fits)) {
-        interrupted = false;
+        drained = true;
         return false;
     }
     if (error == wire::RecordError::NONE) {
@@ -194,7 +206,6 @@ bool TraceMessageBuffer::Impl::fetch(unsigned char*& recordBegin, unsigned char*
     const std::string place = deviceName + ": malformed record at byte " + vqhost::decimal(position()) + ": ";
     ++next;
     resynchronise();
-    interrupted = true;
     throw VQException(place + (fits ? wire::textOf(error) : "the record is longer than the buffer"));
 }
 

@@ -6,9 +6,11 @@
 
 #include <gtest/gtest.h>
 #include <support/CapturedOutput.h>
+#include <support/RedirectedDescriptor.h>
 
 #include <fcntl.h>
 #include <poll.h>
+#include <sys/resource.h>
 #include <sys/socket.h>
 #include <unistd.h>
 
@@ -63,6 +65,13 @@ protected:
 
     void deviceEnds() { ends.writer.reset(); }
 
+    /// A device that ends without having taken what was sent to it resets the connection.
+    void deviceEndsWithInputLeft()
+    {
+        ASSERT_EQ(::write(ends.reader.get(), "x", 1), 1);
+        deviceEnds();
+    }
+
     /// The next record; empty if there is none.
     Bytes fetch() const
     {
@@ -80,6 +89,21 @@ protected:
             return exception.what();
         }
         return "";
+    }
+
+    /// Fetches what there is as a receive thread does: up to the end or to an exception, whichever comes first.
+    /// @param refused  number of the frame at which a receiver throws; -1: none
+    void fetchUntilException(std::vector<Bytes>& fetched, int refused = -1) const
+    {
+        try {
+            for (Bytes record = fetch(); !record.empty(); record = fetch()) {
+                fetched.push_back(record);
+                if (refused >= 0 && record == frame(static_cast<uint32_t>(refused))) {
+                    throw VQException("refused");
+                }
+            }
+        } catch (const VQException&) {
+        }
     }
 
     bool isReady() const
@@ -144,6 +168,17 @@ TEST_P(AnyStreamTest, ReadReturnsTheNumberOfBytes)
     deviceSends(frame(1));
 
     EXPECT_EQ(buffer->read(), 31);
+}
+
+TEST_P(AnyStreamTest, ReadWithoutAFetchBetweenNamesTheBytesThatWait)
+{
+    build(stream());
+    deviceSends(frame(1));
+
+    EXPECT_EQ(buffer->read(), 31);
+    EXPECT_EQ(buffer->read(), 31);
+    EXPECT_EQ(fetch(), frame(1));
+    EXPECT_EQ(fetch(), Bytes());
     EXPECT_EQ(buffer->read(), 0);
 }
 
@@ -311,7 +346,7 @@ TEST_F(TraceMessageBufferTest, BufferFullOfRecordsTakesNoMoreUntilTheyAreFetched
     deviceSends(joined({frame(1), frame(2), frame(3)}));
 
     EXPECT_EQ(buffer->read(), 62);
-    EXPECT_EQ(buffer->read(), 0);
+    EXPECT_EQ(buffer->read(), 62) << "the same ones";
     EXPECT_EQ(fetch(), frame(1));
     EXPECT_EQ(buffer->read(), 31);
     EXPECT_EQ(fetch(), frame(2));
@@ -430,6 +465,128 @@ TEST_F(TraceMessageBufferTest, RecordsLeftByAnExceptionAreNotLostWithTheDevice)
 
     EXPECT_EQ(buffer->read(), 31);
     EXPECT_EQ(fetch(), frame(1));
+}
+
+TEST_F(TraceMessageBufferTest, RecordsBehindTwoBadStretchesAreNotLostWithTheDevice)
+{
+    build(socketStream());
+    deviceSends(joined({Bytes(7, 0xFF), frame(1), Bytes(7, 0xFF), frame(2)}));
+    deviceEnds();
+    CapturedOutput output;
+    std::vector<Bytes> fetched;
+
+    while (buffer->read() > 0) {
+        EXPECT_TRUE(isReady());
+        fetchUntilException(fetched);
+    }
+
+    EXPECT_EQ(fetched, (std::vector<Bytes>{frame(1), frame(2)}));
+    EXPECT_FALSE(isReady());
+    EXPECT_EQ(output.out(), "[ERROR] TraceMessageBuffer::read() device is at its end, name=/dev/vqlog-fpgab\n");
+}
+
+TEST_F(TraceMessageBufferTest, RecordsBehindOneThatAReceiverRefusedAreNotLostWithTheDevice)
+{
+    build(socketStream());
+    deviceSends(joined({frame(1), frame(2)}));
+    deviceEnds();
+    CapturedOutput output;
+    std::vector<Bytes> fetched;
+
+    while (buffer->read() > 0) {
+        EXPECT_TRUE(isReady());
+        fetchUntilException(fetched, 1);
+    }
+
+    EXPECT_EQ(fetched, (std::vector<Bytes>{frame(1), frame(2)}));
+    EXPECT_FALSE(isReady());
+    EXPECT_EQ(output.out(), "[ERROR] TraceMessageBuffer::read() device is at its end, name=/dev/vqlog-fpgab\n");
+}
+
+TEST_F(TraceMessageBufferTest, RecordsBehindOneThatAReceiverRefusedAreAnnouncedByTheNextRead)
+{
+    build(socketStream());
+    deviceSends(joined({frame(1), frame(2)}));
+    buffer->read();
+    std::vector<Bytes> fetched;
+    fetchUntilException(fetched, 1);
+
+    EXPECT_EQ(buffer->read(), 31);
+    EXPECT_EQ(fetch(), frame(2));
+    EXPECT_EQ(fetch(), Bytes());
+    EXPECT_EQ(buffer->read(), 0);
+}
+
+TEST_F(TraceMessageBufferTest, PartOfARecordBehindARefusedOneIsCountedAtTheEndOnly)
+{
+    build(socketStream());
+    Bytes cut = frame(2);
+    cut.resize(20);
+    deviceSends(joined({frame(1), cut}));
+    deviceEnds();
+    CapturedOutput output;
+    std::vector<Bytes> fetched;
+
+    while (buffer->read() > 0) {
+        fetchUntilException(fetched, 1);
+    }
+
+    EXPECT_EQ(fetched, std::vector<Bytes>{frame(1)});
+    EXPECT_EQ(output.out(),
+              "[ERROR] TraceMessageBuffer::read() device is at its end, name=/dev/vqlog-fpgab, bytes left=20\n");
+}
+
+TEST_F(TraceMessageBufferTest, ConnectionThatIsResetIsTheEndOfTheDevice)
+{
+    build(socketStream());
+    deviceSends(frame(1));
+    deviceEndsWithInputLeft();
+    CapturedOutput output;
+
+    EXPECT_EQ(buffer->read(), 31);
+    EXPECT_EQ(fetch(), frame(1));
+    EXPECT_EQ(fetch(), Bytes());
+    EXPECT_EQ(buffer->read(), 0);
+
+    EXPECT_FALSE(isReady());
+    EXPECT_EQ(output.out(), "[ERROR] TraceMessageBuffer::read() device is at its end, name=/dev/vqlog-fpgab\n");
+}
+
+TEST_F(TraceMessageBufferTest, EndWithoutADescriptorForTheReplacementIsSaidOnceAndReplacedLater)
+{
+    build(socketStream());
+    deviceEnds();
+    CapturedOutput output;
+    rlimit limit{};
+    ASSERT_EQ(getrlimit(RLIMIT_NOFILE, &limit), 0);
+    const rlimit none{.rlim_cur = 0, .rlim_max = limit.rlim_max};
+    ASSERT_EQ(setrlimit(RLIMIT_NOFILE, &none), 0);
+    EXPECT_EQ(buffer->read(), 0);
+    ASSERT_EQ(setrlimit(RLIMIT_NOFILE, &limit), 0);
+    EXPECT_TRUE(isReady());
+
+    EXPECT_EQ(buffer->read(), 0);
+
+    EXPECT_FALSE(isReady());
+    EXPECT_EQ(output.out(), "[ERROR] TraceMessageBuffer::read() device is at its end, name=/dev/vqlog-fpgab\n");
+}
+
+TEST_F(TraceMessageBufferTest, EndOnAFullDiskCostsItsLineAndNoLaterOne)
+{
+    CapturedOutput output;
+    build(socketStream());
+    deviceEnds();
+    {
+        const RedirectedDescriptor redirected(STDOUT_FILENO, openFullDisk());
+        buffer->read();
+    }
+    EXPECT_TRUE(std::cout.good());
+
+    build(socketStream());
+    deviceEnds();
+    buffer->read();
+
+    EXPECT_EQ(output.out(), "[ERROR] TraceMessageBuffer::read() device is at its end, name=/dev/vqlog-fpgab\n");
 }
 
 TEST_F(TraceMessageBufferTest, FramesAmongRandomBytesAllComeOut)
