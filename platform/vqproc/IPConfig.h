@@ -32,6 +32,18 @@ struct ethernetConfig_t
 
 /// The logger's address service: puts addresses on network interfaces and takes them away.
 ///
+/// Outside the logger, what it does to this machine is chosen by the environment variable VQIPCONFIG, read at each
+/// configureIP():
+///
+/// - `check`, the default: changes nothing and grants an address that this machine can bind.
+/// - `apply`: puts the address on the interface, unless another host on the link answers for it; removeIP() takes
+///   it off. Needs the capability CAP_NET_ADMIN, and CAP_NET_RAW to ask the link.
+/// - `accept`: changes nothing, asks nobody and grants everything.
+///
+/// In `check` and `apply` an address that the virtual logger is configured to play as taken is refused. Each
+/// refusal is told on standard error with its reason. At process exit the addresses that were added are taken off;
+/// what a process that died has left is taken off by the next one that adds an address.
+///
 /// Threads: any; requests are served one after the other.
 class VQ_API IPConfig
 {

@@ -57,7 +57,13 @@ try {
         }
     }
     RouteSocket route;
-    return addNew(route, {interfaceName, index, address, prefixLength, 1, OwnershipMark(index, address)});
+    return addNew(route, {.interfaceName = interfaceName,
+                          .interfaceIndex = index,
+                          .address = address,
+                          .prefixLength = prefixLength,
+                          .label = addressLabel(interfaceName),
+                          .requests = 1,
+                          .mark = OwnershipMark(index, address)});
 } catch (const std::system_error& error) {
     return error.what();
 }
@@ -75,13 +81,18 @@ std::string AddedAddresses::addNew(RouteSocket& route, added_t request)
             return std::string("this machine has it on ") + name;
         }
         if (isAddressLabel(present.label) && request.mark.isOwned()) {
-            request.prefixLength = present.prefixLength; // left behind by a process that died
+            // Left behind by a process that died.
+            request.prefixLength = present.prefixLength;
+            request.label = present.label;
             added.push_back(std::move(request));
         }
         return {};
     }
-    if (!request.mark.isOwned()) {
+    if (request.mark.error() == EADDRINUSE) {
         return "another process is adding or removing it";
+    }
+    if (!request.mark.isOwned()) {
+        return "it cannot be marked as this process's: " + errorText(request.mark.error());
     }
     const probe_t probe = probeAddress(request.interfaceName, request.address);
     if (probe.result == ProbeResult::TAKEN) {
@@ -91,8 +102,7 @@ std::string AddedAddresses::addNew(RouteSocket& route, added_t request)
         writeErrorLine("[WARNING] IPConfig: the link of " + request.interfaceName + " was not asked whether " +
                        ipv4Text(request.address) + " is in use: " + probe.detail);
     }
-    const int error = route.add(request.interfaceIndex, request.address, request.prefixLength,
-                                addressLabel(request.interfaceName));
+    const int error = route.add(request.interfaceIndex, request.address, request.prefixLength, request.label);
     if (error == EPERM) {
         return errorText(error) + " (the mode apply needs the capability CAP_NET_ADMIN)";
     }
@@ -114,7 +124,7 @@ void AddedAddresses::removeLeftovers(RouteSocket& route, added_t& wanted)
         }
         const OwnershipMark mark(present.interfaceIndex, present.address);
         if (mark.isOwned()) {
-            route.remove(present.interfaceIndex, present.address, present.prefixLength);
+            route.remove(present.interfaceIndex, present.address, present.prefixLength, present.label);
         }
     }
 }
@@ -144,7 +154,7 @@ void AddedAddresses::remove(const std::string& interfaceName, in_addr address)
 
 void AddedAddresses::removeFrom(RouteSocket& route, const added_t& entry)
 {
-    const int error = route.remove(entry.interfaceIndex, entry.address, entry.prefixLength);
+    const int error = route.remove(entry.interfaceIndex, entry.address, entry.prefixLength, entry.label);
     // Somebody else may have removed it, or the whole interface.
     if (error != 0 && error != EADDRNOTAVAIL && error != ENODEV) {
         writeErrorLine("[ERROR] IPConfig: cannot take " + ipv4Text(entry.address) + " off " + entry.interfaceName +

@@ -44,6 +44,7 @@ private:
         unsigned interfaceIndex;
         in_addr address;
         uint8_t prefixLength;
+        std::string label;
         unsigned requests;
         OwnershipMark mark;
     };

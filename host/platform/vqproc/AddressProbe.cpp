@@ -106,7 +106,8 @@ std::string awaitClaim(int fd, const uint8_t (&ownHardware)[ETH_ALEN], in_addr a
 
 probe_t probeAddress(const std::string& interfaceName, in_addr address)
 {
-    const Descriptor socket(::socket(AF_PACKET, SOCK_DGRAM | SOCK_CLOEXEC, htons(ETH_P_ARP)));
+    // Without a protocol it hears nothing yet: until it is bound it would hear every interface.
+    const Descriptor socket(::socket(AF_PACKET, SOCK_DGRAM | SOCK_CLOEXEC, 0));
     if (socket.fd < 0) {
         return notAsked("packet socket", errno);
     }

@@ -1,5 +1,6 @@
 #include <vqproc/IPConfig.h>
 
+#include "endpoint/LoggerRequest.h"
 #include "vqproc/AddedAddresses.h"
 #include "vqproc/Ipv4Text.h"
 #include "vqutil/ErrorLine.h"
@@ -90,6 +91,17 @@ std::string faultIn(const ethernetConfig_t& config, Mode mode)
     return {};
 }
 
+/// True if the virtual logger plays another host that has the address. One that cannot be reached plays nothing.
+bool isTakenByOrder(in_addr address)
+{
+    try {
+        vqhost::ask({.kind = wire::Kind::ADDRESS, .text = vqhost::ipv4Text(address)});
+        return false;
+    } catch (const std::system_error& error) {
+        return error.code().value() == EADDRINUSE;
+    }
+}
+
 std::string obtain(const ethernetConfig_t& config, bool udp, Mode mode)
 {
     std::string fault = faultIn(config, mode);
@@ -97,6 +109,9 @@ std::string obtain(const ethernetConfig_t& config, bool udp, Mode mode)
         return fault;
     }
     const in_addr address = *vqhost::parseIpv4(config.loggerIp);
+    if (isTakenByOrder(address)) {
+        return "the virtual logger's configuration names it as taken by another host";
+    }
     if (mode == Mode::CHECK) {
         return tryToBind(address, udp ? SOCK_DGRAM : SOCK_STREAM);
     }

@@ -7,6 +7,7 @@
 #include <sys/un.h>
 #include <unistd.h>
 
+#include <cerrno>
 #include <cstddef>
 #include <utility>
 
@@ -24,6 +25,7 @@ OwnershipMark::OwnershipMark(unsigned interfaceIndex, in_addr address)
     : fd(socket(AF_UNIX, SOCK_DGRAM | SOCK_CLOEXEC, 0))
 {
     if (fd < 0) {
+        failure = errno;
         return;
     }
     // A leading zero makes the name abstract: it stands in no file system and belongs to the network namespace.
@@ -34,6 +36,7 @@ OwnershipMark::OwnershipMark(unsigned interfaceIndex, in_addr address)
     name.copy(mark.sun_path, sizeof mark.sun_path);
     const auto length = static_cast<socklen_t>(offsetof(sockaddr_un, sun_path) + name.size());
     if (bind(fd, reinterpret_cast<const sockaddr*>(&mark), length) < 0) {
+        failure = errno;
         close(fd);
         fd = -1;
     }
@@ -46,11 +49,15 @@ OwnershipMark::~OwnershipMark()
     }
 }
 
-OwnershipMark::OwnershipMark(OwnershipMark&& other) noexcept : fd(std::exchange(other.fd, -1)) {}
+OwnershipMark::OwnershipMark(OwnershipMark&& other) noexcept
+    : fd(std::exchange(other.fd, -1)), failure(other.failure)
+{
+}
 
 OwnershipMark& OwnershipMark::operator=(OwnershipMark&& other) noexcept
 {
     std::swap(fd, other.fd);
+    std::swap(failure, other.failure);
     return *this;
 }
 

@@ -17,11 +17,15 @@ public:
     OwnershipMark(OwnershipMark&& other) noexcept;
     OwnershipMark& operator=(OwnershipMark&& other) noexcept;
 
-    /// False if a living process is the owner, this one included.
+    /// False if a living process is the owner, this one included, or the mark cannot be made; see error().
     bool isOwned() const { return fd >= 0; }
+
+    /// Why it is not owned: EADDRINUSE if a living process is the owner. 0 if it is.
+    int error() const { return failure; }
 
 private:
     int fd;
+    int failure = 0;
 };
 
 /// The label that marks an address as added by this service: the interface's name, cut to leave room, and ":vq".

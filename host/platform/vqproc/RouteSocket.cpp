@@ -85,16 +85,9 @@ bool isSame(const interfaceAddress_t& one, const interfaceAddress_t& other)
 
 } // namespace
 
-RouteSocket::RouteSocket() : socket(mnl_socket_open2(NETLINK_ROUTE, SOCK_CLOEXEC))
+RouteSocket::RouteSocket()
 {
-    if (socket == nullptr) {
-        throw std::system_error(errno, std::generic_category(), "netlink socket");
-    }
-    if (mnl_socket_bind(socket, 0, MNL_SOCKET_AUTOPID) < 0) {
-        const int error = errno;
-        mnl_socket_close(socket);
-        throw std::system_error(error, std::generic_category(), "netlink bind");
-    }
+    open();
 }
 
 RouteSocket::~RouteSocket()
@@ -102,25 +95,50 @@ RouteSocket::~RouteSocket()
     mnl_socket_close(socket);
 }
 
+/// Puts a new socket in the place of the present one, if there is any.
+void RouteSocket::open()
+{
+    mnl_socket* const opened = mnl_socket_open2(NETLINK_ROUTE, SOCK_CLOEXEC);
+    if (opened == nullptr) {
+        throw std::system_error(errno, std::generic_category(), "netlink socket");
+    }
+    if (mnl_socket_bind(opened, 0, MNL_SOCKET_AUTOPID) < 0) {
+        const int error = errno;
+        mnl_socket_close(opened);
+        throw std::system_error(error, std::generic_category(), "netlink bind");
+    }
+    if (socket != nullptr) {
+        mnl_socket_close(socket);
+    }
+    socket = opened;
+}
+
 std::vector<interfaceAddress_t> RouteSocket::addresses()
 {
-    alignas(nlmsghdr) std::array<char, REQUEST_BYTES> buffer = {};
-    nlmsghdr* const header = beginAddressRequest(buffer.data(), RTM_GETADDR, NLM_F_DUMP, 0, 0);
-    header->nlmsg_seq = ++lastSequence;
     std::vector<interfaceAddress_t> listed;
-    int error = 0;
-    do {
-        // A list that changed while it was read is read again.
-        listed.clear();
-        error = mnl_socket_sendto(socket, header, header->nlmsg_len) < 0
-                    ? errno
-                    : receiveAnswer(header->nlmsg_seq, &listed);
-        header->nlmsg_seq = ++lastSequence;
-    } while (error == EINTR);
+    int error = tryToList(listed);
+    while (error == EINTR) {
+        // The list changed while it was handed out. Its rest is still on the way on this socket.
+        open();
+        error = tryToList(listed);
+    }
     if (error != 0) {
         throw std::system_error(error, std::generic_category(), "list of addresses");
     }
     return listed;
+}
+
+/// @return 0, or an error number: EINTR if the list changed meanwhile
+int RouteSocket::tryToList(std::vector<interfaceAddress_t>& listed)
+{
+    alignas(nlmsghdr) std::array<char, REQUEST_BYTES> buffer = {};
+    nlmsghdr* const header = beginAddressRequest(buffer.data(), RTM_GETADDR, NLM_F_DUMP, 0, 0);
+    header->nlmsg_seq = ++lastSequence;
+    listed.clear();
+    if (mnl_socket_sendto(socket, header, header->nlmsg_len) < 0) {
+        return errno;
+    }
+    return receiveAnswer(header->nlmsg_seq, &listed);
 }
 
 int RouteSocket::add(unsigned interfaceIndex, in_addr address, uint8_t prefixLength, const std::string& label)
@@ -138,13 +156,16 @@ int RouteSocket::add(unsigned interfaceIndex, in_addr address, uint8_t prefixLen
     return request(header);
 }
 
-int RouteSocket::remove(unsigned interfaceIndex, in_addr address, uint8_t prefixLength)
+int RouteSocket::remove(unsigned interfaceIndex, in_addr address, uint8_t prefixLength, const std::string& label)
 {
     const std::vector<interfaceAddress_t> before = addresses();
     alignas(nlmsghdr) std::array<char, REQUEST_BYTES> buffer = {};
     nlmsghdr* const header =
         beginAddressRequest(buffer.data(), RTM_DELADDR, NLM_F_ACK, interfaceIndex, prefixLength);
     mnl_attr_put_u32(header, IFA_LOCAL, address.s_addr);
+    // The kernel compares the prefix length only beside this attribute.
+    mnl_attr_put_u32(header, IFA_ADDRESS, address.s_addr);
+    mnl_attr_put_strz(header, IFA_LABEL, label.c_str());
     const int error = request(header);
     if (error != 0) {
         return error;
@@ -193,6 +214,9 @@ int RouteSocket::receiveAnswer(uint32_t sequence, std::vector<interfaceAddress_t
     alignas(nlmsghdr) std::array<char, ANSWER_BYTES> buffer;
     for (;;) {
         const ssize_t size = mnl_socket_recvfrom(socket, buffer.data(), buffer.size());
+        if (size < 0 && errno == EINTR) {
+            continue; // a signal handler ran; the answer is still to come
+        }
         if (size < 0) {
             return errno;
         }

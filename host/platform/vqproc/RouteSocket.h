@@ -33,7 +33,7 @@ public:
     RouteSocket(const RouteSocket&) = delete;
     RouteSocket& operator=(const RouteSocket&) = delete;
 
-    /// All IPv4 addresses.
+    /// All IPv4 addresses. A list that changes while the kernel hands it out is read again.
     /// @throws std::system_error
     std::vector<interfaceAddress_t> addresses();
 
@@ -41,16 +41,20 @@ public:
     /// @return 0, or an error number: EPERM without the privilege, EEXIST if it is there already
     int add(unsigned interfaceIndex, in_addr address, uint8_t prefixLength, const std::string& label);
 
-    /// Takes an address off an interface. Others of the same subnet, which the kernel would take along, stay.
+    /// Takes an address off an interface, if it is there with this very prefix and label: the same address of
+    /// another prefix or label is somebody else's. Others of the same subnet, which the kernel would take along,
+    /// stay.
     /// @return 0, or an error number: EADDRNOTAVAIL if it is not there
-    int remove(unsigned interfaceIndex, in_addr address, uint8_t prefixLength);
+    int remove(unsigned interfaceIndex, in_addr address, uint8_t prefixLength, const std::string& label);
 
 private:
+    void open();
+    int tryToList(std::vector<interfaceAddress_t>& listed);
     int request(nlmsghdr* header);
     int receiveAnswer(uint32_t sequence, std::vector<interfaceAddress_t>* listed);
     int restore(const interfaceAddress_t& lost);
 
-    mnl_socket* socket;
+    mnl_socket* socket = nullptr;
     uint32_t lastSequence = 0;
 };
 

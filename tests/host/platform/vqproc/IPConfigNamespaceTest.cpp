@@ -143,6 +143,35 @@ TEST_F(IPConfigNamespaceTest, AddressThatSomebodyElseRemovedIsNoError)
     EXPECT_EQ(output.err(), "");
 }
 
+TEST_F(IPConfigNamespaceTest, AddressOfAnotherPrefixInPlaceOfOursStays)
+{
+    EXPECT_TRUE(configure("10.77.0.2"));
+    ASSERT_EQ(network->ip("addr del 10.77.0.2/24 dev vqa"), "");
+    ASSERT_EQ(network->ip("addr add 10.77.0.2/16 dev vqa label vqa:vq"), "");
+    remove("10.77.0.2");
+    EXPECT_THAT(network->addresses(), ElementsAre("10.77.0.2/16 vqa:vq"));
+}
+
+TEST_F(IPConfigNamespaceTest, AddressWithoutOurLabelInPlaceOfOursStays)
+{
+    EXPECT_TRUE(configure("10.77.0.2"));
+    ASSERT_EQ(network->ip("addr del 10.77.0.2/24 dev vqa"), "");
+    ASSERT_EQ(network->ip("addr add 10.77.0.2/24 dev vqa"), "");
+    remove("10.77.0.2");
+    EXPECT_THAT(network->addresses(), ElementsAre("10.77.0.2/24 vqa"));
+}
+
+TEST_F(IPConfigNamespaceTest, AddressOfADeadProcessIsTakenOverWithItsPrefix)
+{
+    const pid_t child = startChild([] { _exit(configure("10.77.0.2") ? 0 : 1); });
+    EXPECT_EQ(statusOf(child), 0);
+    ethernetConfig_t wider = withAddress("10.77.0.2");
+    wider.subnet = "255.255.0.0";
+    EXPECT_TRUE(IPConfig::getInstance()->configureIP(wider, true));
+    IPConfig::getInstance()->removeIP(wider);
+    EXPECT_THAT(network->addresses(), IsEmpty());
+}
+
 TEST_F(IPConfigNamespaceTest, ModeAtRemovalDoesNotMatter)
 {
     EXPECT_TRUE(configure("10.77.0.2"));

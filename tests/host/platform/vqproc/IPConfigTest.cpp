@@ -1,6 +1,8 @@
 #include <vqproc/IPConfig.h>
 
+#include <logger/VirtualLogger.h>
 #include <support/CapturedOutput.h>
+#include <support/TemporaryDirectory.h>
 
 #include <gtest/gtest.h>
 
@@ -179,6 +181,62 @@ TEST_F(IPConfigTest, ApplyGrantsAnAddressThatTheInterfaceCarries)
     IPConfig::getInstance()->removeIP(config);
     chooseMode("check");
     EXPECT_EQ(configure(), GRANTED);
+}
+
+/// With a virtual logger that plays another host with the address 127.0.0.5.
+class TakenAddressTest : public IPConfigTest
+{
+protected:
+    TakenAddressTest()
+    {
+        setenv("VLOGGER", path.c_str(), 1);
+        config.interfaceName = "lo";
+    }
+
+    const TemporaryDirectory directory;
+    const std::string path = directory.path() + "/logger";
+    const vlogger::VirtualLogger logger{{.socketPath = path, .takenAddresses = {"127.0.0.5"}}};
+    const Answer TAKEN = {false,
+                          "[ERROR] IPConfig: refused 127.0.0.5 on lo: the virtual logger's configuration names "
+                          "it as taken by another host\n"};
+};
+
+TEST_F(TakenAddressTest, CheckRefusesATakenAddress)
+{
+    chooseMode("check");
+    config.loggerIp = "127.0.0.5";
+    EXPECT_EQ(configure(), TAKEN);
+}
+
+TEST_F(TakenAddressTest, ApplyRefusesATakenAddress)
+{
+    chooseMode("apply");
+    config.loggerIp = "127.0.0.5";
+    EXPECT_EQ(configure(), TAKEN);
+}
+
+TEST_F(TakenAddressTest, AcceptGrantsATakenAddress)
+{
+    chooseMode("accept");
+    config.loggerIp = "127.0.0.5";
+    EXPECT_EQ(configure(), GRANTED);
+}
+
+TEST_F(TakenAddressTest, AnyOtherAddressIsGranted)
+{
+    chooseMode("check");
+    config.loggerIp = "127.0.0.6";
+    EXPECT_EQ(configure(), GRANTED);
+}
+
+TEST_F(IPConfigTest, VirtualLoggerThatCannotBeReachedRefusesNothing)
+{
+    const TemporaryDirectory directory;
+    const std::string path = directory.path() + "/nobody";
+    setenv("VLOGGER", path.c_str(), 1);
+    EXPECT_EQ(configure(), (Answer{true, "[ERROR] virtual logger: cannot reach the one at " + path +
+                                             ": No such file or directory; start it with 'vlogger serve --socket " +
+                                             path + "', or unset VLOGGER to run on one inside the process\n"}));
 }
 
 TEST_F(IPConfigTest, RemovalOfWhatWasNeverAddedIsANoOp)
