@@ -50,9 +50,10 @@ class OpenSocket;
 ///
 /// Statuses raised in InterfaceBaseCb::onInterfaceState: 1 connected (on the thread that connected), 2 disconnected
 /// (on the thread that closed the socket), 3 data lost in send() (on the sending thread), 5 a new bus-load figure
-/// (on the receive thread). Received bytes come in onDataReceived on the receive thread: over TCP whatever one read
-/// gave, over UDP one datagram from the server's address and port; others are dropped with a warning. They are
-/// valid during the call only.
+/// (on the receive thread). One thread raises its statuses in the order of what it did; those of several threads may
+/// overtake each other, so that a 1 can arrive after the 2 that ended its connection. Received bytes come in
+/// onDataReceived on the receive thread: over TCP whatever one read gave, over UDP one datagram from the server's
+/// address and port; others are dropped with a warning. They are valid during the call only.
 ///
 /// Diagnostic lines go to standard output and carry "ETH[" server address ":" port "]" where others have a class
 /// name. `logLevel` chooses how many. The inherited `debugLevel` is not used.
@@ -117,13 +118,17 @@ public:
     ///
     /// TCP: blocks until the server has answered or the system's time-out has passed. A failed attempt leaves the
     /// interface disconnected; if a socket had been opened, status 2 is raised.
-    /// UDP: nothing is sent. If `loggerIp` and `port` cannot be bound, the result is false but the socket stays
-    /// open: the next connect() finds the interface connected, though nothing is received until disconnect() and
-    /// connect().
+    /// UDP: nothing is sent. If `loggerIp` and `port` cannot be bound, the result is false, but the socket stays
+    /// open: without status 1 the interface counts as connected. The next connect() says so, and send() uses the
+    /// socket, from whatever address and port the system chooses then; disconnect() and connect() try to bind
+    /// again. Meanwhile nothing is received if no receive thread is running yet.
     /// If the receive thread cannot be created the result is true all the same; the next connect() that opens a
     /// socket starts it.
     ///
-    /// Threads: any, also callbacks. Of two that connect at once, one finds the interface connected.
+    /// Threads: any, also callbacks. Of two that connect at once, one finds the interface connected. A callback may
+    /// connect this interface or another one; it makes the callbacks of that connection before it returns to its own.
+    /// Two interfaces whose callbacks connect each other must not wait for one another: connecting joins a receive
+    /// thread that has ended, and so waits for the last callback of that interface.
     bool connect();
 
     /// Closes the socket and raises status 2. The receive thread goes on waiting for the next socket.
@@ -218,7 +223,9 @@ private:
     int openTowards(const Configuration& target);
     bool openStream(const Configuration& target);
     bool openDatagrams(const Configuration& target);
-    bool publish(int fd, bool isStream, const sockaddr_in& server);
+    int bindHere(int fd, const Configuration& target);
+    [[nodiscard]] bool publish(int fd, bool isStream, const sockaddr_in& server);
+    bool giveWay(int fd);
     void becomeConnected(int fd);
     void endChange();
     std::shared_ptr<ethernet::OpenSocket> takeSocket();

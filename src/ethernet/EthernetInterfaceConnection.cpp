@@ -35,6 +35,20 @@ const sockaddr* generic(const sockaddr_in& address)
     return reinterpret_cast<const sockaddr*>(&address);
 }
 
+/// Runs an action at the end of a scope, however it is left.
+template <typename Action>
+class AtScopeEnd
+{
+public:
+    explicit AtScopeEnd(Action whatToRun) : action(whatToRun) {}
+    ~AtScopeEnd() { action(); }
+    AtScopeEnd(const AtScopeEnd&) = delete;
+    AtScopeEnd& operator=(const AtScopeEnd&) = delete;
+
+private:
+    Action action;
+};
+
 /// A socket that select(2) can wait on; -1 with errno otherwise.
 int openSelectableSocket(int type)
 {
@@ -121,10 +135,7 @@ bool EthernetInterface::openStream(const Configuration& target)
         return false;
     }
     if (!publish(fd, true, server)) {
-        // Another thread was faster; its connection stands.
-        close(fd);
-        logline::write(Level::INFO, origin(), "connect", "Already connected.");
-        return true;
+        return giveWay(fd);
     }
     becomeConnected(fd);
     return true;
@@ -134,26 +145,47 @@ bool EthernetInterface::openStream(const Configuration& target)
 /// bind it to some other port.
 bool EthernetInterface::openDatagrams(const Configuration& target)
 {
-    const int fd = openTowards(target);
-    if (fd < 0) {
-        endChange();
+    int fd = -1;
+    int bindError = 0;
+    bool isPublished = false;
+    {
+        // Over before the callbacks of becomeConnected(): one that connects would wait for itself.
+        const AtScopeEnd changeEnds([this] { endChange(); });
+        fd = openTowards(target);
+        if (fd < 0) {
+            return false;
+        }
+        bindError = bindHere(fd, target);
+        isPublished = publish(fd, false, socketAddress(target.serverIp, target.port));
+    }
+    if (!isPublished) {
+        return giveWay(fd);
+    }
+    if (bindError != 0) {
+        // The socket stays open here: the next connect() reports it as connected.
+        logline::write(Level::ERROR, origin(), "connect", "bind() failed: ", strerror(bindError));
         return false;
     }
+    becomeConnected(fd);
+    return true;
+}
+
+/// @return 0, or the error number
+int EthernetInterface::bindHere(int fd, const Configuration& target)
+{
     // One port number serves both ends.
     const sockaddr_in local = socketAddress(target.loggerIp, target.port);
     if (logLevel >= 1) {
         logline::write(Level::DEBUG, origin(), "connect", "socketAddr: ", local);
     }
-    const int result = bind(fd, generic(local), sizeof local);
-    const int error = errno;
-    publish(fd, false, socketAddress(target.serverIp, target.port));
-    endChange();
-    if (result < 0) {
-        // The socket stays open here: the next connect() reports it as connected.
-        logline::write(Level::ERROR, origin(), "connect", "bind() failed: ", strerror(error));
-        return false;
-    }
-    becomeConnected(fd);
+    return bind(fd, generic(local), sizeof local) < 0 ? errno : 0;
+}
+
+/// Another thread was faster; its connection stands.
+bool EthernetInterface::giveWay(int fd)
+{
+    close(fd);
+    logline::write(Level::INFO, origin(), "connect", "Already connected.");
     return true;
 }
 
