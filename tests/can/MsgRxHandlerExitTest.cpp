@@ -7,12 +7,15 @@
 #include <support/FakeTrace.h>
 #include <support/PselectSpy.h>
 #include <support/RecordingReceiver.h>
+#include <support/ThreadCalls.h>
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include <atomic>
 #include <cstdio>
 #include <cstdlib>
+#include <thread>
 
 #include <unistd.h>
 
@@ -50,12 +53,44 @@ protected:
     std::exit(0);
 }
 
+/// Keeps the receive thread in its last report until somebody waits for the thread's end.
+class ReceiverUntilJoined : public RecordingReceiver
+{
+public:
+    void onStateChanged(handlerState_t state, const std::string& text) override
+    {
+        RecordingReceiver::onStateChanged(state, text);
+        if (state == OFFLINE) {
+            effects::note(threadcalls::waitForJoins(1) ? "joined while in a callback" : "not joined");
+        }
+    }
+};
+
 [[noreturn]] void exitAfterFailedStart()
 {
-    static RecordingReceiver receiver;
+    static ReceiverUntilJoined receiver;
     MsgRxHandler::getInstance()->registerCanMessage(0, 1, CAN_STANDARD, &receiver);
     MsgRxHandler::getInstance()->setOnline();
-    receiver.states.waitForCount(1);
+    receiver.states.waitForCount(2);
+    std::exit(0);
+}
+
+std::atomic<unsigned> registrations{0};
+
+[[noreturn]] void exitWhileOthersRegister()
+{
+    for (int i = 0; i < 2; ++i) {
+        std::thread([] {
+            static RecordingReceiver receiver;
+            for (;;) {
+                MsgRxHandler::getInstance()->registerCanMessage(0, registrations++, CAN_STANDARD, &receiver);
+                MsgRxHandler::getInstance()->unregisterReceiver(&receiver);
+            }
+        }).detach();
+    }
+    while (registrations < 20) {
+        std::this_thread::yield();
+    }
     std::exit(0);
 }
 
@@ -109,6 +144,13 @@ TEST_F(MsgRxHandlerExitTest, ExitStopsTheThreadAndClosesTheDevices)
 TEST_F(MsgRxHandlerExitTest, ExitJoinsTheThreadOfAFailedStart)
 {
     EXPECT_EXIT((prepareChild(), exitAfterFailedStart()), ExitedWithCode(0),
+                EndsWith("[DEBUG] MsgRxHandler::~MsgRxHandler() Destructor.\n"
+                         "{joined while in a callback}\n"));
+}
+
+TEST_F(MsgRxHandlerExitTest, ExitWhileOtherThreadsRegisterDoesNoHarm)
+{
+    EXPECT_EXIT((prepareChild(), exitWhileOthersRegister()), ExitedWithCode(0),
                 testing::HasSubstr("[DEBUG] MsgRxHandler::~MsgRxHandler() Destructor.\n"));
 }
 

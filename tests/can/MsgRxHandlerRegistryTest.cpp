@@ -1,15 +1,21 @@
 #include <can/DispatcherTest.h>
 #include <can/FrameRecord.h>
+#include <support/LogLock.h>
 #include <support/RecordingReceiver.h>
+#include <support/SecondThread.h>
 
 #include <algorithm>
+#include <cerrno>
 #include <future>
 #include <map>
 #include <memory>
 #include <set>
+#include <system_error>
 #include <thread>
 
 using namespace dispatchertest;
+
+REVEAL_MEMBER(ReceiverMutex, MsgRxHandler, receiverMutex);
 
 namespace {
 
@@ -258,6 +264,50 @@ TEST_F(MsgRxHandlerRegistryTest, UnregisteringAReceiverTwiceDoesNoHarm)
     sut().unregisterReceiver(&receiver);
     sut().unregisterReceiver(&receiver);
     EXPECT_EQ((sut().*reveal(Receivers{})).size(), 0U);
+}
+
+/// Whether another thread could take the registry lock.
+bool registryIsFree()
+{
+    return std::async(std::launch::async,
+                      [] {
+                          Mutex& lock = MsgRxHandler::getInstance()->*reveal(ReceiverMutex{});
+                          const bool taken = lock.tryLock();
+                          if (taken) {
+                              lock.unlock();
+                          }
+                          return taken;
+                      })
+        .get();
+}
+
+TEST_F(MsgRxHandlerRegistryTest, RefusedLogLockLeavesRegistrationWithTheRegistryFreeAndUnchanged)
+{
+    const SecondThread second; // without one the log lock is not asked for
+    sut();
+    CapturedOutput output;
+    {
+        const loglock::Refusal refusal(EINVAL);
+        EXPECT_THROW(sut().registerCanMessage(0, 1, CAN_STANDARD, &receiver), std::system_error);
+    }
+    EXPECT_TRUE(registryIsFree());
+    EXPECT_EQ(output.out(), "");
+    EXPECT_EQ(book(), Book{});
+    EXPECT_EQ((sut().*reveal(Receivers{})).size(), 0U);
+}
+
+TEST_F(MsgRxHandlerRegistryTest, RefusedLogLockLeavesUnregistrationWithTheRegistryFreeAndUnchanged)
+{
+    const SecondThread second;
+    registerQuietly(0, 1, CAN_STANDARD, receiver);
+    CapturedOutput output;
+    {
+        const loglock::Refusal refusal(EINVAL);
+        EXPECT_THROW(sut().unregisterReceiver(&receiver), std::system_error);
+    }
+    EXPECT_TRUE(registryIsFree());
+    EXPECT_EQ(output.out(), "");
+    EXPECT_EQ(book(), (Book{{0, {{1, {&receiver}}}}}));
 }
 
 TEST_F(MsgRxHandlerRegistryTest, FramesMeetReceiversThatComeAndGoOnOtherThreads)

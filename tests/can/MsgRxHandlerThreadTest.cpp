@@ -4,13 +4,16 @@
 #include <support/FakeTrace.h>
 #include <support/PselectSpy.h>
 #include <support/RecordingReceiver.h>
+#include <support/ThreadCalls.h>
 
 #include <algorithm>
 #include <atomic>
 #include <cerrno>
 #include <filesystem>
 #include <future>
+#include <limits>
 #include <memory>
+#include <sstream>
 #include <stdexcept>
 #include <thread>
 #include <utility>
@@ -22,14 +25,7 @@ using namespace dispatchertest;
 
 REVEAL_MEMBER(RunningFlag, MsgRxHandler, running);
 
-extern "C" int __real_pthread_create(pthread_t* thread, const pthread_attr_t* attributes, void* (*entry)(void*),
-                                     void* argument);
-extern "C" int __wrap_pthread_create(pthread_t* thread, const pthread_attr_t* attributes, void* (*entry)(void*),
-                                     void* argument);
-
 namespace {
-
-std::atomic<bool> refuseThreads{false};
 
 using State = RecordingReceiver::State;
 using States = std::vector<State>;
@@ -64,6 +60,13 @@ protected:
         sut().setOnline();
         ASSERT_TRUE(receiver.states.waitForCount(before + 1));
         ASSERT_EQ(receiver.states.all().back(), State(ONLINE, ""));
+    }
+
+    /// Forgets what was written so far.
+    void restartCapture()
+    {
+        output.reset();
+        output = std::make_unique<CapturedOutput>();
     }
 
     static std::vector<unsigned char> frameOn(uint8_t channel)
@@ -120,6 +123,85 @@ TEST_F(MsgRxHandlerThreadTest, StartAndStopShowEveryStepInOrder)
                              "{close 201}\n"
                              "[DEBUG] MsgRxHandler::threadCode() Exit thread.\n");
     EXPECT_EQ(output->err(), "");
+}
+
+/// Shows each state among the lines, with the running flag at that moment.
+class ShowingReceiver : public RecordingReceiver
+{
+public:
+    void onStateChanged(handlerState_t state, const std::string& text) override
+    {
+        std::ostringstream shown;
+        shown << state << (MsgRxHandler::getInstance()->*reveal(RunningFlag{}) ? ", running" : ", not running");
+        effects::note(shown.str());
+        RecordingReceiver::onStateChanged(state, text);
+    }
+};
+
+TEST_F(MsgRxHandlerThreadTest, OnlineIsReportedBehindTheOffsetsAndOfflineBehindTheLastLine)
+{
+    ShowingReceiver showing;
+    sut().registerCanMessage(0, 1, CAN_STANDARD, &showing);
+    restartCapture();
+    effects::show();
+    sut().setOnline();
+    ASSERT_TRUE(showing.states.waitForCount(1));
+    sut().setOffline();
+    EXPECT_EQ(output->out(), "[INFO] MsgRxHandler::setOnline() START\n"
+                             "[DEBUG] MsgRxHandler::threadCode() Start thread.\n"
+                             "[INFO] MsgRxHandler::closeDevices() Close 1 devices.\n"
+                             "{close -1}\n"
+                             "[INFO] MsgRxHandler::openDevices() Open device=/dev/vqlog-fpgab\n"
+                             "{open /dev/vqlog-fpgab O_RDONLY}\n"
+                             "{buffer 201 65536 log lock}\n"
+                             "[INFO] MsgRxHandler::openDevices() Open device, name=/dev/vqlog-fpgab, fd=201\n"
+                             "{offset fpgab}\n"
+                             "[INFO] MsgRxHandler::openDevices() #################### fpgabOffset=0\n"
+                             "[INFO] MsgRxHandler::openDevices() #################### fpgacOffset=0\n"
+                             "{ONLINE, running}\n"
+                             "[INFO] MsgRxHandler::setOffline() STOP\n"
+                             "[INFO] MsgRxHandler::threadCode() Exit thread, close devices\n"
+                             "[INFO] MsgRxHandler::closeDevices() Close 1 devices.\n"
+                             "{buffer 201 gone}\n"
+                             "{close 201}\n"
+                             "[DEBUG] MsgRxHandler::threadCode() Exit thread.\n"
+                             "{OFFLINE, not running}\n");
+    sut().unregisterReceiver(&showing);
+}
+
+TEST_F(MsgRxHandlerThreadTest, ErrorIsReportedBehindTheFailedOpenWhileTheFlagIsStillSet)
+{
+    fakedevices::refuse(MAIN, ENOENT);
+    ShowingReceiver showing;
+    sut().registerCanMessage(0, 1, CAN_STANDARD, &showing);
+    restartCapture();
+    effects::show();
+    sut().setOnline();
+    ASSERT_TRUE(showing.states.waitForCount(2));
+    EXPECT_EQ(output->out(), "[INFO] MsgRxHandler::setOnline() START\n"
+                             "[DEBUG] MsgRxHandler::threadCode() Start thread.\n"
+                             "[INFO] MsgRxHandler::closeDevices() Close 1 devices.\n"
+                             "{close -1}\n"
+                             "[INFO] MsgRxHandler::openDevices() Open device=/dev/vqlog-fpgab\n"
+                             "{open /dev/vqlog-fpgab O_RDONLY}\n"
+                             "[ERROR] MsgRxHandler::openDevices() Can't open device=/dev/vqlog-fpgab\n"
+                             "[INFO] MsgRxHandler::closeDevices() Close 1 devices.\n"
+                             "{close -1}\n"
+                             "{ERROR, running}\n"
+                             "[INFO] MsgRxHandler::threadCode() Exit thread, close devices\n"
+                             "[INFO] MsgRxHandler::closeDevices() Close 1 devices.\n"
+                             "{close -1}\n"
+                             "[DEBUG] MsgRxHandler::threadCode() Exit thread.\n"
+                             "{OFFLINE, not running}\n");
+    sut().unregisterReceiver(&showing);
+}
+
+TEST_F(MsgRxHandlerThreadTest, ThreadIsCreatedWithDefaultAttributes)
+{
+    listenOn(0);
+    goOnline();
+    EXPECT_EQ(threadcalls::creations(), 1U);
+    EXPECT_FALSE(threadcalls::lastHadAttributes());
 }
 
 TEST_F(MsgRxHandlerThreadTest, WaitWatchesEveryDeviceFor300Milliseconds)
@@ -279,6 +361,17 @@ TEST_F(MsgRxHandlerThreadTest, InterruptedWaitIsLoggedLikeAnyOther)
                                      "[DEBUG] MsgRxHandler::threadCode() Exit thread.\n");
 }
 
+TEST_F(MsgRxHandlerThreadTest, WaitThatFailsForEverStillStops)
+{
+    listenOn(0);
+    pselectspy::failNext(EBADF, std::numeric_limits<unsigned>::max());
+    goOnline();
+    ASSERT_TRUE(pselectspy::waitForTotal(3));
+    sut().setOffline();
+    EXPECT_EQ(receiver.states.all(), (States{{ONLINE, ""}, {OFFLINE, ""}}));
+    EXPECT_EQ(descriptorOf(MAIN), -1);
+}
+
 TEST_F(MsgRxHandlerThreadTest, FailedStartReportsErrorThenOffline)
 {
     fakedevices::refuse(MAIN, ENOENT);
@@ -362,11 +455,14 @@ TEST_F(MsgRxHandlerThreadTest, SetOnlineWaitsForTheThreadOfAFailedStart)
     provideFeeds();
     std::future<void> secondStart = std::async(std::launch::async, [] { sut().setOnline(); });
     // The old thread is still in its report, so the new one cannot have been started.
+    ASSERT_TRUE(threadcalls::waitForJoins(1));
+    EXPECT_EQ(threadcalls::creations(), 1U);
     EXPECT_EQ(holding.states.count(), 2U);
     holding.letGo.set_value();
     secondStart.get();
     ASSERT_TRUE(holding.states.waitForCount(3));
     EXPECT_EQ(holding.states.all().back(), State(ONLINE, ""));
+    EXPECT_EQ(threadcalls::creations(), 2U);
     sut().unregisterReceiver(&holding);
 }
 
@@ -390,9 +486,9 @@ TEST_F(MsgRxHandlerThreadTest, FailedStartNeverEntersTheLoopWhateverTheFlagSays)
 TEST_F(MsgRxHandlerThreadTest, RefusedThreadGoesUnnoticedUntilSetOffline)
 {
     listenOn(0);
-    refuseThreads = true;
+    threadcalls::refuse(true);
     sut().setOnline();
-    refuseThreads = false;
+    threadcalls::refuse(false);
     sut().setOnline(); // the flag is set: nothing happens
     sut().setOffline();
     EXPECT_EQ(receiver.states.count(), 0U);
@@ -500,9 +596,3 @@ TEST_F(MsgRxHandlerThreadTest, StartsAndStopsFromSeveralThreadsStayOrderly)
 }
 
 } // namespace
-
-int __wrap_pthread_create(pthread_t* thread, const pthread_attr_t* attributes, void* (*entry)(void*),
-                          void* argument)
-{
-    return refuseThreads ? EAGAIN : __real_pthread_create(thread, attributes, entry, argument);
-}
