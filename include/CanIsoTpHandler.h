@@ -136,8 +136,7 @@ public:
     ///                     with it
     /// @param rxId, rxType identifier and type of the frames to receive
     /// @param txId, txType identifier and type of flow control frames and of sendTxID()
-    /// @throws VQException "[ERROR] CanIsoTpHandler::CanIsoTpHandler: can't init pipe: " and the reason. A
-    /// descriptor
+    /// @throws VQException "[ERROR] CanIsoTpHandler::CanIsoTpHandler: can't init pipe: " and the reason. A descriptor
     ///         that select(2) cannot watch is such a failure
     CanIsoTpHandler(const std::string& busPeerName, const std::string& ownName, unsigned char channel,
                     unsigned int rxId, cantype_t rxType, unsigned int txId, cantype_t txType);
@@ -164,16 +163,17 @@ public:
     void vqpBusProxyStatusCb(VQPBusProxyCallback::StatusCBType_t type, int code, const std::string& text) override;
 
     // --- Sending
-    // ---------------------------------------------------------------------------------------------------
 
-    /// Queues a message and returns; the worker sends it.
+    /// Queues a message and returns; the worker sends it. Without a worker it stays queued: start() brings it on its
+    /// way, destruction drops it silently.
     ///
     /// @param id, type  identifier and type of its frames
     /// @param data      payload, copied before the call returns
     /// @param length    1 to 4095 bytes
     /// @return true if the message was taken: it goes out, or a STATUS_ERROR tells that it was dropped. A
     ///         STATUS_WARNING tells that it waits for a transfer. false if `length` is above 4095 (nothing else
-    ///         happens) or 0 (this aborts like a protocol error)
+    ///         happens) or 0 (this aborts with ERR_PROCESSING_TX, like a protocol error: whatever is going on or
+    ///         queued is dropped)
     ///
     /// Threads: any, also from callbacks. Waits while the worker sends a burst.
     bool send(unsigned int id, cantype_t type, const unsigned char* data, unsigned long length);
@@ -186,7 +186,6 @@ public:
     bool sendTxID(const unsigned char* data, unsigned long length);
 
     // --- Control
-    // ---------------------------------------------------------------------------------------------------
 
     /// Registers the receive identifier with the peer. The constructor does it; the bus repeats it when it
     /// reconnects.
@@ -218,16 +217,16 @@ public:
     /// Ends whatever is going on: idle, all messages dropped, one STATUS_ERROR with `err`.
     void abortProcessing(errorCode_t err);
 
-    /// Waits, however long, until the queue is empty, sent or aborted, then ends the worker and joins it.
+    /// Waits, however long, until the queue is empty, sent or aborted, then ends the worker and joins it. A worker
+    /// that has ended already is joined at once; what it left in the queue stays there.
     ///
     /// @return 0; -1 if there was no worker to join (never started, or stopped before). Nothing waits then, and a
-    ///         worker started later ends at once
+    ///         worker started later ends at once: its first command is the one that found no worker
     ///
     /// Threads: the owner's; never from a callback.
     int stop();
 
     // --- Frames: building and reading, by the codec settings. None of these takes a lock or changes a state.
-    // --------
 
     /// Place of the first payload byte in `data`: SF and CF 1 (2 with extended addressing), FF 2 (3); other types
     /// 0xFFFFFFFF. The control byte of SF and CF stands right before it, the two of a FF in the two bytes before
@@ -277,7 +276,6 @@ public:
     void showExpectedError(const rawCANMsg_t& frame);
 
     // --- Steps of the protocol, called by the handler itself
-    // ---------------------------------------------------------
 
     /// Splits a payload into frames and queues them; see send().
     bool prepareData(unsigned int id, cantype_t type, const unsigned char* data, unsigned long length);
@@ -385,6 +383,7 @@ private:
 
     void openPipe();
     void closePipe() noexcept;
+    void leaveBus() noexcept;
     bool writeCommand(char cmd, long timeoutUs);
     bool pushCommand(char cmd, long timeoutUs);
     void wakeForNextMessage();
@@ -422,11 +421,15 @@ private:
 
     void append(const unsigned char* data, unsigned long length, Received& received)
         VQ_REQUIRES_LOCK(protocolMutex);
+    /// Checks a frame of its kind and takes what it brings; `number` is what its control bytes say.
+    using Acceptance = void (CanIsoTpHandler::*)(const rawCANMsg_t& frame, int number, Received& received);
+    Received judge(const rawCANMsg_t& frame, int number, Acceptance accept) VQ_EXCLUDES_LOCK(protocolMutex);
     void acceptSingleFrame(const rawCANMsg_t& frame, int length, Received& received)
         VQ_REQUIRES_LOCK(protocolMutex);
     void acceptFirstFrame(const rawCANMsg_t& frame, int length, Received& received) VQ_REQUIRES_LOCK(protocolMutex);
     void acceptConsecutiveFrame(const rawCANMsg_t& frame, int sequence, Received& received)
         VQ_REQUIRES_LOCK(protocolMutex);
+    void acceptFlowControl(const rawCANMsg_t& fc, int status, Received& received) VQ_REQUIRES_LOCK(protocolMutex);
     bool refuse(const rawCANMsg_t& frame, const Received& received);
     bool deliver(Received& received);
 
@@ -435,6 +438,7 @@ private:
     std::atomic<std::thread::id> callbackOwner{}; ///< the thread that runs callbacks
     std::atomic<uint32_t> startsPending{0};       ///< commands 's' in the pipe
     std::atomic<bool> leaveRequested{false};      ///< 'x' could not be written: leave at the next occasion
+    std::atomic<bool> workerEnded{false};         ///< the worker that is still to be joined sends nothing any more
     uint64_t abortCount VQ_GUARDED_BY(protocolMutex) = 0;
     uint32_t abortsClearing VQ_GUARDED_BY(protocolMutex) = 0; ///< aborts that have yet to empty the queue
     bool delivering VQ_GUARDED_BY(protocolMutex) = false;     ///< EXPECT_CF, and the callbacks have the message
@@ -445,5 +449,5 @@ private:
 
 /// Writes " 0x", the identifier as eight hexadecimal digits, a blank and the number of data bytes; then, unless
 /// there are none, a blank and each byte as " 0x" and its decimal value, at least two digits wide: 0x10 is written
-/// " 0x16". Never reads more than 8 bytes. The stream's format flags have no effect and stay.
+/// " 0x16". Never reads more than 8 bytes. The stream's format flags and locale have no effect and stay.
 BUSINTERFACES_API std::ostream& operator<<(std::ostream& stream, const CanIsoTpHandler::rawCANMsg_t& frame);

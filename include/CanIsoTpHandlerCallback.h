@@ -27,10 +27,9 @@ public:
     /// Kind of a status report.
     enum StatusCBType_t : uint32_t
     {
-        STATUS_INFO = 0, ///< the worker started or ended: "thread started", "thread stopped"; code 0
-        STATUS_WARNING =
-            1,            ///< a transfer takes longer or a message waits in the queue; code 0, the text says which
-        STATUS_ERROR = 2, ///< a transfer was aborted; code is a CanIsoTpHandler::errorCode_t, text its text
+        STATUS_INFO = 0,    ///< the worker started or ended: "thread started", "thread stopped"; code 0
+        STATUS_WARNING = 1, ///< a transfer takes longer or a message waits; code 0, the text says which
+        STATUS_ERROR = 2,   ///< a transfer was aborted; code is a CanIsoTpHandler::errorCode_t, text its text
     };
 
     virtual ~CanIsoTpHandlerCallback();
@@ -48,10 +47,9 @@ public:
     /// | 0 | 0 | thread started | the worker runs |
     /// | 0 | 0 | thread stopped | the worker has ended |
     /// | 1 | 0 | receive FC with state = wait | the peer asks for more time; the one-second limit starts again |
-    /// | 1 | 0 | can't process send queue, wait for FC frame | a transfer is waiting for its peer; the rest is
-    /// queued | | 1 | 0 | can't process send queue, wait for some frame | send() queued its message behind a
-    /// transfer | | 2 | error | text of the error | aborted: the message being received and every queued message
-    /// are gone |
+    /// | 1 | 0 | can't process send queue, wait for FC frame | a transfer waits for its peer; the rest is queued |
+    /// | 1 | 0 | can't process send queue, wait for some frame | send() queued its message behind a transfer |
+    /// | 2 | error | text of the error | aborted: the part received and every queued message are gone |
     virtual void canIsoTpHandlerStatusCb(StatusCBType_t type, int code, const std::string& text) = 0;
 
 protected:

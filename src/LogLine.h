@@ -49,28 +49,29 @@ constexpr std::string_view tagOf(Level level)
     return "[ERROR] ";
 }
 
-/// Writes a finished text to standard output, line end included, and flushes it.
-inline void writeOut(const std::string& line)
+/// Writes a finished text, line end included, at once and flushes it.
+inline void writeOut(std::ostream& stream, const std::string& line)
 {
-    const bool wasGood = std::cout.good();
-    std::cout.write(line.data(), static_cast<std::streamsize>(line.size())).flush();
-    if (wasGood && !std::cout.good()) {
+    const bool wasGood = stream.good();
+    stream.write(line.data(), static_cast<std::streamsize>(line.size())).flush();
+    if (wasGood && !stream.good()) {
         // A full disk costs the lines for which there is no room, not every later one. A state that the
         // application has set stays as it is.
-        std::cout.clear();
+        stream.clear();
     }
 }
 
-/// The same under the log lock, which is left alone while there is nobody to keep out.
+/// Writes a finished text to standard output under the log lock, which is left alone while there is nobody to keep
+/// out.
 /// @throws std::system_error if the log lock cannot be taken
 inline void writeLocked(const std::string& line)
 {
     if (processRunsThreads()) {
         const MutexLock lock(LogUtil::logMutex);
-        writeOut(line);
+        writeOut(std::cout, line);
         return;
     }
-    writeOut(line);
+    writeOut(std::cout, line);
 }
 
 /// Writes one line to standard output. The line is built before the lock is taken; `parts` are whatever

@@ -1,6 +1,7 @@
 #include <LogLine.h>
 
 #include <support/CapturedOutput.h>
+#include <support/GroupedDigits.h>
 #include <support/LogLock.h>
 #include <support/RedirectedDescriptor.h>
 #include <support/Sanitizer.h>
@@ -12,7 +13,6 @@
 #include <cerrno>
 #include <ios>
 #include <iostream>
-#include <locale>
 #include <string>
 #include <system_error>
 
@@ -23,13 +23,6 @@
 using logline::Level;
 
 namespace {
-
-/// Writes numbers as no log line may look: 1.234.567.
-class GroupedDigits : public std::numpunct<char>
-{
-    char do_thousands_sep() const override { return '.'; }
-    std::string do_grouping() const override { return "\3"; }
-};
 
 TEST(LogLineTest, EveryLevelHasItsTag)
 {
@@ -70,14 +63,10 @@ TEST(LogLineTest, ManipulatorsLastToTheEndOfTheirLineOnly)
 
 TEST(LogLineTest, NumbersLookTheSameInEveryLocale)
 {
-    const std::locale grouped(std::locale::classic(), new GroupedDigits);
-    const std::locale before = std::locale::global(grouped);
-    const std::locale ofStream = std::cout.imbue(grouped);
+    const GroupedDigits locale;
     CapturedOutput output;
     logline::write(Level::INFO, "Origin", "function", 1234567);
     EXPECT_EQ(output.out(), "[INFO] Origin::function() 1234567\n");
-    std::cout.imbue(ofStream);
-    std::locale::global(before);
 }
 
 TEST(LogLineTest, ProcessWithOneThreadLeavesTheLockAlone)

@@ -45,7 +45,7 @@ CanIsoTpHandler::CanIsoTpHandler(const std::string& peerBusName, const std::stri
         static_cast<void>(VQPBusProxy::getInstance()->setCallBack(*this));
         registered = registerHandler();
     } catch (...) {
-        VQPBusProxy::getInstance()->removeCallBack(*this);
+        leaveBus();
         closePipe();
         throw;
     }
@@ -54,8 +54,17 @@ CanIsoTpHandler::CanIsoTpHandler(const std::string& peerBusName, const std::stri
 CanIsoTpHandler::~CanIsoTpHandler()
 {
     // First of all: from here on the bus thread is in no operation of this object.
-    VQPBusProxy::getInstance()->removeCallBack(*this);
+    leaveBus();
     closePipe();
+}
+
+void CanIsoTpHandler::leaveBus() noexcept
+{
+    try {
+        VQPBusProxy::getInstance()->removeCallBack(*this);
+    } catch (...) {
+        // The object goes away whatever the bus answers: what else it holds is still to be released.
+    }
 }
 
 bool CanIsoTpHandler::registerHandler()
@@ -239,8 +248,9 @@ void CanIsoTpHandler::handleTimeout()
 
 int CanIsoTpHandler::stop()
 {
-    // Without a worker nobody empties the queue.
-    while (threadHandle != NO_THREAD && !sendQueueEmpty()) {
+    // Without a worker nobody empties the queue. One that was started may have ended, too: by an 'x' that found no
+    // worker and waited for the next one.
+    while (threadHandle != NO_THREAD && !workerEnded && !sendQueueEmpty()) {
         if (debugLevel != 0) {
             toOutput("[DEBUG] CanIsoTpHandler::stop: wait till all messages were sent");
         }
@@ -251,5 +261,9 @@ int CanIsoTpHandler::stop()
         leaveRequested = true;
         abortProcessing(ERR_PUSH_FAILED);
     }
-    return join();
+    const int result = join();
+    if (result == 0) {
+        workerEnded = false; // it spoke of the worker that is joined now
+    }
+    return result;
 }

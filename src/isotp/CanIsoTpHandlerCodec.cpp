@@ -6,6 +6,7 @@
 #include <cstring>
 #include <iomanip>
 #include <limits>
+#include <locale>
 #include <ostream>
 #include <sstream>
 
@@ -266,6 +267,7 @@ void CanIsoTpHandler::logUnexpected(const rawCANMsg_t& frame, expFrameType_t exp
 std::ostream& operator<<(std::ostream& stream, const CanIsoTpHandler::rawCANMsg_t& frame)
 {
     std::ostringstream text;
+    text.imbue(std::locale::classic());
     text << " 0x" << std::hex << std::setfill('0') << std::setw(8) << frame.id << std::dec << ' ' << +frame.dlc;
     if (frame.dlc != 0) {
         text << ' ';

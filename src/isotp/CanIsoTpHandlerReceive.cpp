@@ -54,22 +54,27 @@ void CanIsoTpHandler::handleCANData(const rawCANMsg_t& frame)
     }
 }
 
+/// Meets a frame with the state of this moment. What refuses it begins the abort in the same critical section;
+/// refuse() must follow.
+CanIsoTpHandler::Received CanIsoTpHandler::judge(const rawCANMsg_t& frame, int number, Acceptance accept)
+{
+    Received received;
+    const MutexLock lock(protocolMutex);
+    received.expected = expectedFrame;
+    received.aborts = abortCount;
+    (this->*accept)(frame, number, received);
+    if (received.error != ERR_NONE) {
+        beginAbort();
+    }
+    return received;
+}
+
 void CanIsoTpHandler::checkSingleFrame(const rawCANMsg_t& frame)
 {
     if (debugLevel != 0) {
         toOutput("[DEBUG] CanIsoTpHandler::checkSingleFrame: ", frame);
     }
-    const int length = getFrameDataLength(frame);
-    Received received;
-    {
-        const MutexLock lock(protocolMutex);
-        received.expected = expectedFrame;
-        received.aborts = abortCount;
-        acceptSingleFrame(frame, length, received);
-        if (received.error != ERR_NONE) {
-            beginAbort();
-        }
-    }
+    Received received = judge(frame, getFrameDataLength(frame), &CanIsoTpHandler::acceptSingleFrame);
     if (!refuse(frame, received)) {
         static_cast<void>(deliver(received));
     }
@@ -96,17 +101,7 @@ void CanIsoTpHandler::checkFirstFrame(const rawCANMsg_t& frame)
     if (debugLevel != 0) {
         toOutput("[DEBUG] CanIsoTpHandler::checkFirstFrame: ", frame);
     }
-    const int length = getFrameDataLength(frame);
-    Received received;
-    {
-        const MutexLock lock(protocolMutex);
-        received.expected = expectedFrame;
-        received.aborts = abortCount;
-        acceptFirstFrame(frame, length, received);
-        if (received.error != ERR_NONE) {
-            beginAbort();
-        }
-    }
+    const Received received = judge(frame, getFrameDataLength(frame), &CanIsoTpHandler::acceptFirstFrame);
     if (received.error == ERR_BUG) {
         toError("[ERROR] CanIsoTpHandler::checkFirstFrame: bytesToReceive != 0, this should never happen!");
     }
@@ -146,18 +141,7 @@ void CanIsoTpHandler::checkConsecutiveFrame(const rawCANMsg_t& frame)
     if (debugLevel != 0) {
         toOutput("[DEBUG] CanIsoTpHandler::checkConsecutiveFrame: ", frame);
     }
-    const int sequence = getFrameSequenceNo(frame);
-    Received received;
-    {
-        const MutexLock lock(protocolMutex);
-        // While the callbacks have the message nothing more of it is due.
-        received.expected = delivering ? EXPECT_SF_OR_FF : expectedFrame;
-        received.aborts = abortCount;
-        acceptConsecutiveFrame(frame, sequence, received);
-        if (received.error != ERR_NONE) {
-            beginAbort();
-        }
-    }
+    Received received = judge(frame, getFrameSequenceNo(frame), &CanIsoTpHandler::acceptConsecutiveFrame);
     if (!refuse(frame, received) && deliver(received)) {
         pushThread(RESTART_WAIT);
     }
@@ -165,6 +149,9 @@ void CanIsoTpHandler::checkConsecutiveFrame(const rawCANMsg_t& frame)
 
 void CanIsoTpHandler::acceptConsecutiveFrame(const rawCANMsg_t& frame, int sequence, Received& received)
 {
+    if (delivering) {
+        received.expected = EXPECT_SF_OR_FF; // the callbacks have the message: nothing more of it is due
+    }
     if (received.expected != EXPECT_CF) {
         received.error = ERR_UNEXPECTED_FRAME;
         return;

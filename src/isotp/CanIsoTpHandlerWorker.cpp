@@ -147,6 +147,7 @@ bool CanIsoTpHandler::workIsDue()
 
 void CanIsoTpHandler::threadCode()
 {
+    workerEnded = false;
     callCanIsoTpHandlerStatusCb(CanIsoTpHandlerCallback::STATUS_INFO, 0, "thread started");
     logExpectation();
     for (;;) {
@@ -181,6 +182,8 @@ void CanIsoTpHandler::threadCode()
         }
         logExpectation();
     }
+    // Before the report: who hears it may rely on stop() to return.
+    workerEnded = true;
     callCanIsoTpHandlerStatusCb(CanIsoTpHandlerCallback::STATUS_INFO, 0, "thread stopped");
 }
 

@@ -8,6 +8,7 @@
 
 #include <cerrno>
 #include <stdexcept>
+#include <utility>
 
 #include <dirent.h>
 #include <fcntl.h>
@@ -230,6 +231,37 @@ TEST_F(CanIsoTpHandlerLifecycleTest, ConstructionThatFailsAfterThePipeCleansUp)
     EXPECT_THROW(make(), std::runtime_error);
     bus.onCall = nullptr;
     EXPECT_EQ(bus.callbackCount(), 0U);
+    EXPECT_EQ(openDescriptors(), before);
+}
+
+TEST_F(CanIsoTpHandlerLifecycleTest, ConstructionWhoseCleanUpFailsTooClosesThePipe)
+{
+    const size_t before = openDescriptors();
+    bus.onCall = [](const std::string& operation) { throw std::runtime_error(operation); };
+    std::string failure;
+    try {
+        make();
+    } catch (const std::runtime_error& cause) {
+        failure = cause.what();
+    }
+    bus.onCall = nullptr;
+    EXPECT_EQ(failure, "setCallBack"); // the first cause
+    EXPECT_EQ(openDescriptors(), before);
+}
+
+TEST_F(CanIsoTpHandlerLifecycleTest, DestructionWhoseRemovalFailsClosesThePipe)
+{
+    const size_t before = openDescriptors();
+    auto sut = make();
+    bool removed = false;
+    bus.onCall = [&](const std::string&) {
+        if (!std::exchange(removed, true)) {
+            bus.remove(*sut);
+            throw std::runtime_error("no bus");
+        }
+    };
+    sut.reset();
+    bus.onCall = nullptr;
     EXPECT_EQ(openDescriptors(), before);
 }
 

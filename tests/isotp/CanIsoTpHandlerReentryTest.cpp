@@ -368,6 +368,22 @@ TEST_F(ChangedAddressingTest, QueuedFlowControlExpectsConsecutiveFrames)
     EXPECT_EQ(events(), Events{errorEvent(2, "RX timeout error")});
 }
 
+TEST_F(ChangedAddressingTest, SingleFrameInTheMiddleOfAMessageEndsIt)
+{
+    send(counting(20));
+    carryOut();
+    peerSendsPadded({0x30, 0, 0});
+    sut.extAddressLength = 1; // 21 07 08 ...: 07 is read as the control byte now
+    carryOut();
+    EXPECT_EQ(sentFrames().size(), 2U);
+    EXPECT_EQ(expectation(), Handler::EXPECT_SF_OR_FF);
+    EXPECT_TRUE(sut.sendQueueEmpty());
+    EXPECT_TRUE(events().empty());
+    send({0xAB});
+    carryOut();
+    EXPECT_EQ(sentFrames().back(), padded({0x00, 0x01, 0xAB}));
+}
+
 TEST_F(CanIsoTpHandlerReentryTest, CursorBehindTheEndIsABug)
 {
     send(counting(20));

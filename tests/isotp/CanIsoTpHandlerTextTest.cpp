@@ -1,6 +1,7 @@
 #include "IsoTpFixture.h"
 
 #include <support/CapturedOutput.h>
+#include <support/GroupedDigits.h>
 
 #include <iomanip>
 #include <sstream>
@@ -134,6 +135,29 @@ TEST_F(CanIsoTpHandlerTextTest, PrinterLeavesTheStreamAsItWas)
     EXPECT_EQ(stream.str(), " 0x00000abc 1  0x171");
     EXPECT_EQ(stream.flags(), flags);
     EXPECT_EQ(stream.fill(), '*');
+}
+
+TEST_F(CanIsoTpHandlerTextTest, PrinterWritesTheSameInEveryLocale)
+{
+    const GroupedDigits locale;
+    EXPECT_EQ(print(rawFrame({0x02}, 0x18DA00F1)), " 0x18da00f1 1  0x02");
+}
+
+TEST_F(CanIsoTpHandlerTextTest, LinesAreTheSameInEveryLocale)
+{
+    const GroupedDigits locale;
+    sut.debugLevel = 1;
+    CapturedOutput output;
+    Handler::rawCANMsg_t frame{};
+    EXPECT_FALSE(sut.setFirstFrameHeader(frame, 1234567));
+    sut.showExpectedError(rawFrame({0x30}, 0x18DA00F1));
+    sut.sleepSeparationTime();
+    EXPECT_EQ(
+        output.err(),
+        "[ERROR] CanIsoTpHandler::setFirstFrameHeader: invalid length = 1234567\n"
+        "[ERROR] CanIsoTpHandler::showExpectedError: received flow control but expected first or single frame\n"
+        "[DEBUG] CanIsoTpHandler::showExpectedError: raw message:  0x18da00f1 1  0x48\n");
+    EXPECT_EQ(output.out(), "[DEBUG] CanIsoTpHandler::sleepSeparationTime: sleep for 127000 usec\n");
 }
 
 TEST_F(CanIsoTpHandlerTextTest, UnexpectedFrameIsNamedWhileIdle)

@@ -62,6 +62,60 @@ TEST_F(CanIsoTpHandlerWorkerTest, StoppedHandlerCanBeStartedAgain)
     EXPECT_EQ(sentFrames(), Frames{padded({0x03, 1, 2, 3})});
 }
 
+TEST_F(CanIsoTpHandlerWorkerTest, WorkerStartedAfterAnIdleStopEndsAtOnce)
+{
+    EXPECT_EQ(sut.stop(), -1);
+    ASSERT_EQ(sut.start(), 0);
+    ASSERT_TRUE(callback.events.waitForCount(2));
+    EXPECT_EQ(events(), (Events{started, stopped}));
+}
+
+TEST_F(CanIsoTpHandlerWorkerTest, StopDoesNotWaitForAWorkerThatHasEnded)
+{
+    EXPECT_EQ(sut.stop(), -1);
+    ASSERT_EQ(sut.start(), 0); // ends at once: the command to end was there before it
+    send(counting(3));
+    EXPECT_EQ(sut.stop(), 0);
+    EXPECT_FALSE(sut.sendQueueEmpty());
+    EXPECT_EQ(transmitter.frames.count(), 0U);
+}
+
+TEST_F(CanIsoTpHandlerWorkerTest, MessageThatAnEndedWorkerLeftGoesOutWithTheNextOne)
+{
+    EXPECT_EQ(sut.stop(), -1);
+    ASSERT_EQ(sut.start(), 0);
+    send(counting(3));
+    EXPECT_EQ(sut.stop(), 0);
+    ASSERT_EQ(sut.start(), 0);
+    EXPECT_EQ(sut.stop(), 0);
+    EXPECT_EQ(sentFrames(), Frames{padded({0x03, 1, 2, 3})});
+    EXPECT_TRUE(sut.sendQueueEmpty());
+}
+
+TEST_F(CanIsoTpHandlerWorkerTest, StopDoesNotWaitForAWorkerThatACommandEnded)
+{
+    startWorker();
+    sut.pushThread('x');
+    ASSERT_TRUE(callback.events.waitForCount(2));
+    send(counting(3));
+    EXPECT_EQ(sut.stop(), 0);
+    EXPECT_FALSE(sut.sendQueueEmpty());
+}
+
+TEST_F(CanIsoTpHandlerWorkerTest, StopWaitsForTheWorkerAfterOneThatItsOwnerJoined)
+{
+    startWorker();
+    sut.pushThread('x');
+    EXPECT_EQ(sut.join(), 0);
+    ASSERT_EQ(sut.start(), 0);
+    ASSERT_TRUE(callback.events.waitForCount(3)); // started again
+    for (uint8_t i = 1; i <= 20; ++i) {
+        send({i});
+    }
+    EXPECT_EQ(sut.stop(), 0);
+    EXPECT_EQ(transmitter.frames.count(), 20U);
+}
+
 TEST_F(CanIsoTpHandlerWorkerTest, WaitsWithoutLimitWhileIdle)
 {
     startWorker();

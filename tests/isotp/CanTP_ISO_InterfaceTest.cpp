@@ -1,12 +1,16 @@
 #include "IsoTpFixture.h"
 
 #include <support/CapturedOutput.h>
+#include <support/FailingCalls.h>
+#include <support/GroupedDigits.h>
 #include <support/VirtualSlot.h>
 
 #include <CanTP_ISO_Interface.h>
 
 #include <vqtrace/SystemMessage.h>
+#include <vqutil/VQException.h>
 
+#include <cerrno>
 #include <stdexcept>
 
 REVEAL_MEMBER(OwnHandler, CanTP_ISO_Interface, handler);
@@ -126,6 +130,62 @@ TEST_F(CanTP_ISO_InterfaceTest, SecondConfigureStartsNoSecondWorker)
     EXPECT_EQ(sut->configure(), 0);
     sut.reset();
     EXPECT_EQ(splitReports(output.out()).second, 2); // one start, one end
+}
+
+TEST_F(CanTP_ISO_InterfaceTest, WorkerThatCannotBeStartedIsNoFailureOfConfigure)
+{
+    failing::pthreadCreateCall.fail(EAGAIN);
+    CapturedOutput output;
+    EXPECT_EQ(sut->configure(), 0);
+    EXPECT_EQ(send({0xAB}), 0);
+    EXPECT_FALSE(handler().sendQueueEmpty()); // nobody sends it
+    sut.reset();                              // waits for nothing
+    EXPECT_EQ(output.out(), "[INFO] CanTP_ISO::Start handler...\n"
+                            "[INFO] CanTP_ISO::Start handler done\n"
+                            "[INFO] CanTP_ISO::sendMsg[3]:id=0x7e1; type=standard; length=1; data= ab\n"
+                            "Stop CAN ISP TP handler\n");
+    EXPECT_EQ(output.err(), "");
+    EXPECT_TRUE(transmitter.frames.all().empty());
+}
+
+TEST_F(CanTP_ISO_InterfaceTest, ConfigureAgainStartsTheWorkerThatCouldNotBeStarted)
+{
+    failing::pthreadCreateCall.fail(EAGAIN);
+    EXPECT_EQ(sut->configure(), 0);
+    EXPECT_EQ(send({0xAB}), 0);
+    EXPECT_EQ(sut->configure(), 0);
+    ASSERT_TRUE(transmitter.frames.waitForCount(1));
+    EXPECT_EQ(bytesOf(transmitter.frames.all()[0]), padded({0x01, 0xAB}));
+}
+
+TEST_F(CanTP_ISO_InterfaceTest, LinesAreTheSameInEveryLocale)
+{
+    const GroupedDigits locale;
+    failing::pthreadCreateCall.fail(EAGAIN); // no worker whose reports mix with the lines
+    sut->configure();
+    CapturedOutput output;
+    const Message msg = message(Bytes(1000, 0xAB));
+    EXPECT_EQ(send(msg.data), 0);
+    sut->vqpBusProxyCb(&msg, "a", "b");
+    std::string data;
+    for (int i = 0; i < 1000; ++i) {
+        data += " ab";
+    }
+    EXPECT_EQ(output.out(), "[INFO] CanTP_ISO::sendMsg[3]:id=0x7e1; type=standard; length=1000; data=" + data +
+                                "\nRX:id=0x7e8; type=standard; length=1000; data=" + data + "\n");
+}
+
+TEST_F(CanTP_ISO_InterfaceTest, FrameAboveEightBytesThrowsOutOfTheBusCallback)
+{
+    sut->configure();
+    const CANExtTraceMessage frame = canFrame(Bytes(9, 0x01));
+    try {
+        bus.deliver(&frame);
+        FAIL() << "no exception";
+    } catch (const BufferMismatchException& failure) {
+        EXPECT_STREQ(failure.what(), "CANTraceMessageBase too long");
+    }
+    EXPECT_EQ(callback.messages.count(), 0U);
 }
 
 TEST_F(CanTP_ISO_InterfaceTest, SendIsToldAndTransmitted)
