@@ -25,18 +25,23 @@ std::string directoryOf(const std::string& path)
     return slash == 0 ? "/" : path.substr(0, slash);
 }
 
-/// Makes the directory if it is missing. Whoever can write there could put a socket of their own in our place.
+/// Makes the directory if it is missing. Whoever can write there could put a socket of their own in our place, and
+/// whoever owns a link in its place could lead it elsewhere.
 void prepareDirectory(const std::string& directory)
 {
     if (::mkdir(directory.c_str(), S_IRWXU) != 0 && errno != EEXIST) {
         throw systemError(errno, "cannot make the directory " + directory);
     }
-    const wire::FileDescriptor fd(::open(directory.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
+    const wire::FileDescriptor fd(::open(directory.c_str(), O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC));
     struct stat state
     {
     };
     if (!fd || ::fstat(fd.get(), &state) != 0) {
-        throw systemError(errno, "cannot open the directory " + directory);
+        const int reason = errno;
+        if (::lstat(directory.c_str(), &state) == 0 && S_ISLNK(state.st_mode)) {
+            throw systemError(EACCES, "the directory " + directory + " is a link");
+        }
+        throw systemError(reason, "cannot open the directory " + directory);
     }
     if (state.st_uid != ::geteuid()) {
         throw systemError(EACCES, "the directory " + directory + " belongs to another user");

@@ -5,7 +5,8 @@
 #include <cstdint>
 #include <iosfwd>
 
-/// What the board says about itself. It does not change while a process runs.
+/// What the board says about itself. It does not change while a process runs: devices are chosen by it once, so a
+/// later answer would not fit them.
 ///
 /// Threads: any. The first object of a process may have to ask the logger; later ones are cheap.
 class VQ_API PIE
@@ -19,7 +20,7 @@ public:
     };
 
     /// Asks the board. A board that does not answer counts as a plain one (type 1, nothing on the slot, no CAN FD
-    /// device); the reason is said once on standard error.
+    /// device) for the life of the process, also if it answers later; the reason is said once on standard error.
     PIE();
 
     /// What is fitted on the extension slot.

@@ -8,7 +8,12 @@
 /// VQPBUS_NAME gives, "Diagnostic" if it is not set. Several processes may carry one name. A connection that is
 /// lost is set up again, with every registration that was sent, for as long as the process lives.
 ///
-/// Threads: any. One bus thread per process calls the callbacks.
+/// A forked child has no place on the bus: setCallBack() and sendTo() answer false there, removeCallBack() does
+/// nothing.
+///
+/// Threads: any. One bus thread per process calls the callbacks; setCallBack() and sendTo() start it. If the process
+/// has no room for a thread, that is said once on standard error, messages are sent all the same, and the next such
+/// call tries again.
 class VQ_API VQPBusProxy
 {
 public:
@@ -21,7 +26,7 @@ public:
 
     /// Adds a callback. May be called from inside a callback; the new one may then get the message that is being
     /// delivered.
-    /// @return true if it was added; false if it was there already
+    /// @return true if it was added; false if it was there already, or in a forked child
     bool setCallBack(VQPBusProxyCallback& callback);
 
     /// Removes a callback. When it returns, no call into the object is running, unless it is called from inside
@@ -38,7 +43,7 @@ public:
     ///                     registration is kept also if there is no bus at the moment; one that equals an earlier
     ///                     one is kept once
     /// @return true once the bus has the message; false if there is no bus, the bus takes nothing for 5 s, the name
-    ///         is none, or the message is null or longer than 65535 bytes when serialised
+    ///         is none, the message is null or longer than 65535 bytes when serialised, or in a forked child
     bool sendTo(const std::string& destination, std::unique_ptr<MessageBase> message, bool keep);
 
 protected:

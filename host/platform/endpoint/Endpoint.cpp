@@ -33,6 +33,12 @@ bool isAbsent(int errorNumber)
            errorNumber == ENAMETOOLONG;
 }
 
+/// This process lacks something; whoever listens at the socket has no part in it.
+bool isShortage(int errorNumber)
+{
+    return errorNumber == EMFILE || errorNumber == ENFILE || errorNumber == ENOMEM || errorNumber == ENOBUFS;
+}
+
 } // namespace
 
 Endpoint& Endpoint::instance()
@@ -143,6 +149,9 @@ wire::FileDescriptor Endpoint::connectToEmbedded()
 
 void Endpoint::reportUnreachable(int errorNumber)
 {
+    if (isShortage(errorNumber)) {
+        return; // whoever asked for the connection says it, and there is no advice to give
+    }
     {
         const std::lock_guard lock(mutex);
         if (std::exchange(unreachableReported, true)) {
@@ -150,10 +159,18 @@ void Endpoint::reportUnreachable(int errorNumber)
         }
     }
     writeErrorLine("[ERROR] virtual logger: cannot reach the one at " + socketPath + ": " +
-                   std::generic_category().message(errorNumber) +
-                   (named ? "; start it with 'vlogger serve --socket " + socketPath +
-                                "', or unset VLOGGER to run on one inside the process"
-                          : "; start it again with 'vlogger serve'"));
+                   std::generic_category().message(errorNumber) + "; " + remedyFor(errorNumber));
+}
+
+std::string Endpoint::remedyFor(int errorNumber) const
+{
+    if (errorNumber == EACCES) {
+        return named ? "name one of your own in VLOGGER, or unset it to run on one inside the process"
+                     : "it is not this user's";
+    }
+    return named ? "start it with 'vlogger serve --socket " + socketPath +
+                       "', or unset VLOGGER to run on one inside the process"
+                 : "start it again with 'vlogger serve'";
 }
 
 } // namespace vqhost

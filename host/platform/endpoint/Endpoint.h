@@ -60,6 +60,7 @@ private:
     wire::FileDescriptor connectToSocket();
     wire::FileDescriptor connectToEmbedded();
     void reportUnreachable(int errorNumber);
+    std::string remedyFor(int errorNumber) const;
 
     std::mutex mutex; ///< guards everything below; the socket is fixed once decided
     Kind kind = Kind::UNDECIDED;

@@ -12,6 +12,7 @@
 #include <cerrno>
 #include <chrono>
 #include <system_error>
+#include <utility>
 
 namespace vqhost {
 
@@ -43,17 +44,27 @@ void awaitInput(int fd, Clock::time_point deadline)
     }
 }
 
+/// True for what a connection says, before anything else, when the other side has closed it. A virtual logger that
+/// is short of descriptors answers and closes without waiting for the request; the answer stands behind the error.
+bool isClosed(int errorNumber)
+{
+    return errorNumber == EPIPE || errorNumber == ECONNRESET;
+}
+
 wire::ReceivedPacket receiveReply(int fd, std::span<uint8_t> buffer)
 {
     const Clock::time_point deadline = Clock::now() + ANSWER_LIMIT;
     wire::ReceivedPacket received;
+    bool hasBeenReset = false;
     while (true) {
         awaitInput(fd, deadline);
         if (wire::receivePacket(fd, buffer, received, MSG_DONTWAIT) == 0) {
             return received;
         }
-        if (errno != EAGAIN) {
-            fail(errno);
+        const int errorNumber = errno;
+        const bool goesOn = errorNumber == EAGAIN || (isClosed(errorNumber) && !std::exchange(hasBeenReset, true));
+        if (!goesOn) {
+            fail(errorNumber);
         }
     }
 }
@@ -64,7 +75,7 @@ Grant ask(const wire::Request& request)
 {
     Grant grant{.connection = Endpoint::instance().connect(), .passed = {}, .body = {}};
     const int fd = grant.connection.get();
-    if (wire::sendPacket(fd, wire::encodeRequest(request)) != 0) {
+    if (wire::sendPacket(fd, wire::encodeRequest(request)) != 0 && !isClosed(errno)) {
         fail(errno);
     }
     std::array<uint8_t, wire::REQUEST_MAX_BYTES> buffer;

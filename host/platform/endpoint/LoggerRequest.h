@@ -18,10 +18,9 @@ struct Grant
 
 /// Asks the process's virtual logger (Endpoint) and waits for its reply, at most ANSWER_LIMIT.
 ///
-/// @throws std::system_error with the error number of a refusal; ETIMEDOUT if no reply comes; EPROTO if the reply
-/// is
-///         none that this version understands; ECONNRESET if the virtual logger closes instead; what
-///         Endpoint::connect() throws
+/// @throws std::system_error with the error number of a refusal, also if the virtual logger closes right behind it;
+///         ETIMEDOUT if no reply comes; EPROTO if the reply is none that this version understands; ECONNRESET if the
+///         virtual logger closes instead; what Endpoint::connect() throws
 ///
 /// Threads: any.
 Grant ask(const wire::Request& request);

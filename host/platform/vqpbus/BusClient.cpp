@@ -2,9 +2,12 @@
 
 #include "endpoint/ProcessEnd.h"
 #include "vqtrace/MessageDecoder.h"
+#include "vqutil/ErrorLine.h"
 
 #include <wire/BusProtocol.h>
 #include <wire/TraceRecord.h>
+
+#include <unistd.h>
 
 #include <algorithm>
 #include <cerrno>
@@ -53,20 +56,36 @@ BusClient& BusClient::instance()
     return *client;
 }
 
-BusClient::BusClient() : ownName(nameOnTheBus()) {}
+BusClient::BusClient() : ownName(nameOnTheBus()), process(getpid()) {}
+
+bool BusClient::isForeign() const
+{
+    return getpid() != process;
+}
 
 bool BusClient::addCallback(VQPBusProxyCallback& callback)
 {
+    if (isForeign()) {
+        return false;
+    }
     const bool added = callbacks.add(callback);
     start();
     return added;
+}
+
+void BusClient::removeCallback(VQPBusProxyCallback& callback)
+{
+    // A call that was running at the fork would seem to run for ever.
+    if (!isForeign()) {
+        callbacks.remove(callback);
+    }
 }
 
 bool BusClient::sendTo(const std::string& destination, const MessageBase* message, bool keep)
 {
     Packet record;
     Packet packet;
-    if (message == nullptr) {
+    if (message == nullptr || isForeign()) {
         return false;
     }
     message->createByteArray(record, true, false);
@@ -103,13 +122,24 @@ void BusClient::keepPacket(const Packet& packet)
     }
 }
 
-/// Makes sure that there is a bus thread. A process that is ending starts none.
+/// Makes sure that there is a bus thread. A process that is ending starts none; one that has no room for a thread
+/// tries again with the next call.
 void BusClient::start()
 {
-    const std::lock_guard lock(state);
-    if (!thread.joinable() && !processIsEnding()) {
+    std::unique_lock lock(state);
+    if (thread.joinable() || processIsEnding()) {
+        return;
+    }
+    try {
         const NoSignals noSignals;
         thread = std::thread(&BusClient::run, this);
+        saidThatThereIsNoThread = false;
+    } catch (const std::system_error& error) {
+        if (!std::exchange(saidThatThereIsNoThread, true)) {
+            lock.unlock();
+            writeErrorLine("[ERROR] process bus: cannot start its thread: " + error.code().message() +
+                           "; nothing is received until a later call succeeds");
+        }
     }
 }
 

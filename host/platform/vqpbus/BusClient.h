@@ -3,6 +3,8 @@
 #include "vqpbus/BusCallbacks.h"
 #include "vqpbus/BusConnection.h"
 
+#include <sys/types.h>
+
 #include <chrono>
 #include <condition_variable>
 #include <memory>
@@ -15,6 +17,9 @@ namespace vqhost {
 
 /// The process's place on the process bus: connection, bus thread, kept registrations. See VQPBusProxy.
 ///
+/// A forked child has the object without its thread, and its locks and calls as they were at the fork. Nothing is
+/// done there.
+///
 /// Lock order: connecting, then state. Neither is held while callbacks run or a message is sent, except that the
 /// kept registrations are repeated under `connecting`, before anybody else can use the new connection.
 class BusClient
@@ -24,7 +29,7 @@ public:
     static BusClient& instance();
 
     bool addCallback(VQPBusProxyCallback& callback);
-    void removeCallback(VQPBusProxyCallback& callback) { callbacks.remove(callback); }
+    void removeCallback(VQPBusProxyCallback& callback);
     bool sendTo(const std::string& destination, const MessageBase* message, bool keep);
 
 private:
@@ -41,6 +46,7 @@ private:
 
     BusClient();
 
+    bool isForeign() const;
     void start();
     Connection currentConnection();
     Attempt connect();
@@ -53,6 +59,7 @@ private:
     void waitForConnection(std::chrono::milliseconds limit);
 
     const std::string ownName;
+    const pid_t process;
     BusCallbacks callbacks;
 
     std::mutex connecting; ///< held during the one attempt to connect that is made at a time
@@ -62,6 +69,7 @@ private:
     Connection connection;    ///< null while there is none
     std::vector<Packet> kept; ///< in the order in which they were first sent
     std::thread thread;       ///< joined by nobody: it lives as long as the process
+    bool saidThatThereIsNoThread = false;
 };
 
 } // namespace vqhost

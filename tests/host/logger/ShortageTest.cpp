@@ -106,7 +106,7 @@ TEST_F(ShortageTest, AClientForWhomNoDescriptorIsLeftIsRefusedAndTheOthersGoOn)
     for (int i = 0; i < 2; ++i) {
         acceptCall.failNext(1, EMFILE); // it works once the spare descriptor is given up
         const wire::FileDescriptor client = loggerclient::connectTo(path);
-        EXPECT_EQ(loggerclient::awaitReply(client.get()).errorNumber, EMFILE);
+        EXPECT_EQ(ask(client.get(), Kind::BOARD).errorNumber, EMFILE);
         EXPECT_TRUE(loggerclient::reachesEnd(client.get()));
     }
     ASSERT_EQ(from.write(frame(0, 1)), 0);
@@ -180,7 +180,7 @@ TEST_F(ShortageTest, AShortageThatComesAgainIsSaidAgain)
     for (int i = 0; i < 2; ++i) {
         acceptCall.failNext(1, EMFILE);
         const wire::FileDescriptor client = loggerclient::connectTo(path);
-        EXPECT_EQ(loggerclient::awaitReply(client.get()).errorNumber, EMFILE);
+        EXPECT_EQ(ask(client.get(), Kind::BOARD).errorNumber, EMFILE);
         EXPECT_TRUE(serves());
     }
     EXPECT_EQ(output.err(), SHORTAGE_LINE + SHORTAGE_LINE);

@@ -130,6 +130,28 @@ TEST_F(SocketTest, ADirectoryOfAnotherUserIsRefused)
     EXPECT_EQ(refusalAt(path), EACCES);
 }
 
+TEST_F(SocketTest, ALinkedDirectoryIsRefused)
+{
+    fs::create_directory(directory.path("elsewhere"));
+    fs::permissions(directory.path("elsewhere"), fs::perms::owner_all);
+    fs::create_directory_symlink("elsewhere", directory.path("bench"));
+    EXPECT_EQ(refusalAt(path), EACCES);
+    EXPECT_TRUE(fs::is_empty(directory.path("elsewhere")));
+}
+
+TEST_F(SocketTest, ADirectoryBehindALinkIsTaken)
+{
+    fs::create_directory(directory.path("elsewhere"));
+    fs::create_directory_symlink("elsewhere", directory.path("link"));
+    EXPECT_EQ(refusalAt(directory.path("link/bench/socket")), 0);
+}
+
+TEST_F(SocketTest, AFileInThePlaceOfTheDirectoryIsRefused)
+{
+    directory.write("bench", "");
+    EXPECT_EQ(refusalAt(path), ENOTDIR);
+}
+
 TEST_F(SocketTest, AMissingParentDirectoryIsNotMade)
 {
     EXPECT_EQ(refusalAt(directory.path("no/bench/socket")), ENOENT);

@@ -1,20 +1,45 @@
 #include "endpoint/Endpoint.h"
+#include "endpoint/LoggerRequest.h"
+
+#include <vqio/PIE.h>
 
 #include <logger/VirtualLogger.h>
 #include <wire/Protocol.h>
 
 #include <gtest/gtest.h>
+#include <support/CapturedOutput.h>
 #include <support/ChildProcess.h>
+#include <support/LoggerClient.h>
+#include <support/Sanitizer.h>
 #include <support/TemporaryDirectory.h>
 
+#include <poll.h>
+#include <sys/resource.h>
 #include <sys/socket.h>
 #include <sys/stat.h>
 #include <sys/un.h>
 #include <unistd.h>
 
+#include <atomic>
 #include <chrono>
 #include <cstring>
 #include <thread>
+
+namespace {
+
+/// While set, packets are sent only after the other side has closed the connection.
+std::atomic<bool> sendsTooLate{false};
+
+} // namespace
+
+extern "C" ssize_t __real_sendmsg(int fd, const msghdr* message, int flags);
+extern "C" ssize_t __wrap_sendmsg(int fd, const msghdr* message, int flags)
+{
+    if (sendsTooLate) {
+        loggerclient::waitFor(fd, 0); // the end is told without being asked for
+    }
+    return __real_sendmsg(fd, message, flags);
+}
 
 namespace {
 
@@ -42,8 +67,11 @@ public:
     enum class Manner
     {
         SILENT,
-        HANGS_UP,
+        CLOSES,   ///< without taking the request
+        HANGS_UP, ///< once it has the request
         ANSWERS_RUBBISH,
+        ANSWERS_AND_CLOSES,            ///< refuses with EMFILE, before the request comes
+        ANSWERS_AND_CLOSES_ON_REQUEST, ///< refuses with EMFILE and leaves the request unread
         ACCEPTS_NOBODY,
     };
 
@@ -90,7 +118,14 @@ private:
             if (manner == Manner::ANSWERS_RUBBISH) {
                 send(connection, "rubbish", 7, MSG_NOSIGNAL);
             }
-            if (manner == Manner::HANGS_UP) {
+            if (manner == Manner::CLOSES) {
+                close(connection);
+            } else if (manner == Manner::ANSWERS_AND_CLOSES) {
+                refuse(connection);
+            } else if (manner == Manner::ANSWERS_AND_CLOSES_ON_REQUEST) {
+                loggerclient::waitFor(connection, POLLIN);
+                refuse(connection);
+            } else if (manner == Manner::HANGS_UP) {
                 char request[512];
                 static_cast<void>(recv(connection, request, sizeof(request), 0));
                 close(connection);
@@ -98,6 +133,13 @@ private:
                 connections.push_back(connection);
             }
         }
+    }
+
+    static void refuse(int connection)
+    {
+        const std::vector<uint8_t> reply = wire::encodeReply({.errorNumber = EMFILE, .body = {}});
+        send(connection, reply.data(), reply.size(), MSG_NOSIGNAL);
+        close(connection);
     }
 
     int fd;
@@ -115,6 +157,17 @@ protected:
     ChildProcess undecidedChild(std::vector<std::string> commands) const
     {
         return child(std::move(commands)).without("VLOGGER").with("XDG_RUNTIME_DIR", directory.path());
+    }
+
+    /// Error number with which a request of this process is refused; 0 if it is granted.
+    static int refusalOf(const wire::Request& request)
+    {
+        try {
+            vqhost::ask(request);
+            return 0;
+        } catch (const std::system_error& error) {
+            return error.code().value();
+        }
     }
 
     std::string defaultSocket() const { return directory.path("vlogger/socket"); }
@@ -301,6 +354,9 @@ TEST_F(EndpointTest, SocketOfAnotherUsersProcessIsRefused)
     const ChildResult result = child({"nobody", "write"}).with("VLOGGER", path).run();
 
     EXPECT_EQ(result.out, "open failed: Permission denied\n");
+    EXPECT_EQ(result.err, "[ERROR] virtual logger: cannot reach the one at " + path +
+                              ": Permission denied; name one of your own in VLOGGER, or unset it to run on one "
+                              "inside the process\n");
 }
 
 TEST_F(EndpointTest, SilentLoggerTimesOutAfterFiveSeconds)
@@ -336,6 +392,68 @@ TEST_F(EndpointTest, LoggerThatHangsUpResetsTheConnection)
 
     EXPECT_EQ(result.out, "open failed: Connection reset by peer\n"
                           "exception: no time offset of fpgab: Connection reset by peer\n");
+}
+
+TEST_F(EndpointTest, RefusalOfALoggerThatClosesBeforeTheRequestArrives)
+{
+    const std::string path = directory.path("short");
+    const FalseLogger shortOfDescriptors(path, FalseLogger::Manner::ANSWERS_AND_CLOSES);
+    setenv("VLOGGER", path.c_str(), 1);
+    sendsTooLate = true;
+
+    EXPECT_EQ(refusalOf({.kind = wire::Kind::BOARD, .text = {}}), EMFILE);
+}
+
+TEST_F(EndpointTest, RefusalOfALoggerThatLeavesTheRequestUnreadArrives)
+{
+    const std::string path = directory.path("short");
+    const FalseLogger shortOfDescriptors(path, FalseLogger::Manner::ANSWERS_AND_CLOSES_ON_REQUEST);
+    setenv("VLOGGER", path.c_str(), 1);
+
+    EXPECT_EQ(refusalOf({.kind = wire::Kind::BOARD, .text = {}}), EMFILE);
+}
+
+TEST_F(EndpointTest, LoggerThatClosesBeforeTheRequestWithoutAnAnswerResetsTheConnection)
+{
+    const std::string path = directory.path("hanging-up");
+    const FalseLogger hangingUp(path, FalseLogger::Manner::CLOSES);
+    setenv("VLOGGER", path.c_str(), 1);
+    sendsTooLate = true;
+
+    EXPECT_EQ(refusalOf({.kind = wire::Kind::BOARD, .text = {}}), ECONNRESET);
+}
+
+TEST_F(EndpointTest, LackOfDescriptorsGivesNoAdviceAboutTheLogger)
+{
+    if (ADDRESS_SANITIZER) {
+        GTEST_SKIP() << "the undefined-behaviour sanitizer needs descriptors of its own";
+    }
+    const std::string path = directory.path("named/socket");
+    const vlogger::VirtualLogger logger(withExtension(path));
+    setenv("VLOGGER", path.c_str(), 1);
+    CapturedOutput output;
+    rlimit limit{};
+    ASSERT_EQ(getrlimit(RLIMIT_NOFILE, &limit), 0);
+    const rlimit none{.rlim_cur = 0, .rlim_max = limit.rlim_max};
+    ASSERT_EQ(setrlimit(RLIMIT_NOFILE, &none), 0);
+
+    const int refusal = refusalOf({.kind = wire::Kind::BOARD, .text = {}});
+
+    ASSERT_EQ(setrlimit(RLIMIT_NOFILE, &limit), 0);
+    EXPECT_EQ(refusal, EMFILE);
+    EXPECT_EQ(output.err(), "");
+}
+
+TEST_F(EndpointTest, LoggerThatStartsLaterDoesNotChangeTheBoardOfTheProcess)
+{
+    const std::string path = directory.path("named/socket");
+    setenv("VLOGGER", path.c_str(), 1);
+    CapturedOutput output;
+    EXPECT_EQ(PIE().getDeviceCode(), PIE::DEVICE_NONE);
+
+    const vlogger::VirtualLogger logger(withExtension(path));
+
+    EXPECT_EQ(PIE().getDeviceCode(), PIE::DEVICE_NONE);
 }
 
 TEST_F(EndpointTest, LoggerThatAnswersRubbishIsAProtocolError)

@@ -10,8 +10,15 @@
 #include <gtest/gtest.h>
 #include <support/CapturedOutput.h>
 #include <support/TemporaryDirectory.h>
+#include <support/Waiting.h>
+
+#include <pthread.h>
+#include <sys/wait.h>
+#include <unistd.h>
 
 #include <cerrno>
+#include <csignal>
+#include <cstdlib>
 #include <future>
 #include <memory>
 #include <optional>
@@ -62,6 +69,31 @@ protected:
         EXPECT_TRUE(sut.setCallBack(callback));
         ASSERT_TRUE(callback.waitFor(CONNECTED));
     }
+
+    /// While this object lives the process has no room for a thread.
+    class NoRoomForThreads
+    {
+    public:
+        NoRoomForThreads()
+        {
+            pthread_getattr_default_np(&before);
+            pthread_attr_t endless;
+            pthread_getattr_default_np(&endless);
+            pthread_attr_setstacksize(&endless, size_t{1} << 47); // all the addresses that a process has
+            EXPECT_EQ(pthread_setattr_default_np(&endless), 0);
+            pthread_attr_destroy(&endless);
+        }
+        ~NoRoomForThreads()
+        {
+            pthread_setattr_default_np(&before);
+            pthread_attr_destroy(&before);
+        }
+        NoRoomForThreads(const NoRoomForThreads&) = delete;
+        NoRoomForThreads& operator=(const NoRoomForThreads&) = delete;
+
+    private:
+        pthread_attr_t before{};
+    };
 
     /// Delivers a text and waits until the callback has it.
     void deliverAndAwait(RecordingBusCallback& callback, const std::string& text)
@@ -547,4 +579,80 @@ TEST_F(VQPBusProxyTest, SendersAddersAndRemoversMayComeFromManyThreads)
 
     EXPECT_EQ(steady.lines.count(), 301U);
     sut.removeCallBack(steady);
+}
+
+TEST_F(VQPBusProxyTest, WithoutRoomForTheBusThreadMessagesAreSentAndThatIsSaidOnce)
+{
+    startBus();
+    RecordingBusCallback callback;
+    CapturedOutput output;
+    {
+        const NoRoomForThreads noRoom;
+        EXPECT_TRUE(sut.setCallBack(callback));
+        EXPECT_TRUE(sut.sendTo("TraceLogger", command("sent"), false));
+    }
+    ASSERT_TRUE(bus->events.waitForCount(2));
+    EXPECT_EQ(bus->events.all()[1], message("TraceLogger", "sent"));
+    EXPECT_EQ(callback.lines.count(), 0U);
+    EXPECT_EQ(output.err(),
+              "[ERROR] process bus: cannot start its thread: Resource temporarily unavailable; nothing "
+              "is received until a later call succeeds\n");
+    sut.removeCallBack(callback);
+}
+
+TEST_F(VQPBusProxyTest, BusThreadThatDidNotStartIsStartedByTheNextCall)
+{
+    startBus();
+    RecordingBusCallback callback;
+    CapturedOutput output;
+    {
+        const NoRoomForThreads noRoom;
+        EXPECT_TRUE(sut.setCallBack(callback));
+    }
+
+    EXPECT_TRUE(sut.sendTo("TraceLogger", command("next"), false));
+
+    ASSERT_TRUE(callback.waitFor(CONNECTED));
+    deliverAndAwait(callback, "received");
+    sut.removeCallBack(callback);
+}
+
+TEST_F(VQPBusProxyTest, ForkedChildHasNoPlaceOnTheBusAndEndsAtOnce)
+{
+    startBus();
+    std::promise<void> entered;
+    std::promise<void> mayLeave;
+    // Removed by its destructor, as an interface with static storage is.
+    struct StaticCallback : RecordingBusCallback
+    {
+        ~StaticCallback() override { VQPBusProxy::getInstance()->removeCallBack(*this); }
+    };
+    static StaticCallback callback;
+    callback.onMessage = [&] {
+        entered.set_value();
+        mayLeave.get_future().wait();
+    };
+    connect(callback);
+    bus->deliver("a", "b", *command("hold the bus thread"));
+    entered.get_future().wait();
+
+    const pid_t child = fork();
+    if (child == 0) {
+        RecordingBusCallback other;
+        const bool isAdded = VQPBusProxy::getInstance()->setCallBack(other);
+        const bool isSent = VQPBusProxy::getInstance()->sendTo("TraceLogger", command("x"), true);
+        std::exit(isAdded || isSent ? 1 : 0);
+    }
+    int status = -1;
+    EXPECT_TRUE(becomesTrue([&] { return waitpid(child, &status, WNOHANG) == child; }));
+    if (status == -1) {
+        kill(child, SIGKILL);
+        waitpid(child, &status, 0);
+    }
+    EXPECT_TRUE(WIFEXITED(status));
+    EXPECT_EQ(WEXITSTATUS(status), 0);
+
+    mayLeave.set_value();
+    EXPECT_TRUE(sut.sendTo("TraceLogger", command("the parent goes on"), false));
+    sut.removeCallBack(callback);
 }
