@@ -8,12 +8,11 @@
 #include "Traffic.h"
 
 #include <CanInterface.h>
+#include <LibraryLines.h>
 #include <MsgRxHandler.h>
 
 #include <capture/CandumpLog.h>
 
-#include <cerrno>
-#include <cstring>
 #include <deque>
 #include <exception>
 #include <fstream>
@@ -96,17 +95,6 @@ Outcome run(const std::string& file, const Traffic& traffic)
     MsgRxHandler::getInstance()->setOffline();
     outcome.received = arrivals.counts();
     return outcome;
-}
-
-/// Lets std::cout, where the library writes its diagnostic lines, end in a file. For good: the library still writes
-/// while the process exits, so the buffer is never destroyed.
-void moveLibraryLines(const std::string& file)
-{
-    auto* const buffer = new std::filebuf;
-    if (buffer->open(file, std::ios::out | std::ios::trunc) == nullptr) {
-        throw std::runtime_error("cannot write " + file + ": " + std::strerror(errno));
-    }
-    std::cout.rdbuf(buffer);
 }
 
 } // namespace
