@@ -2,21 +2,20 @@
 
 #include <EthernetInterface.h>
 
+#include <support/LoopbackSocket.h>
+
 #include <benchmark/benchmark.h>
 
 #include <algorithm>
 #include <array>
 #include <atomic>
-#include <cerrno>
 #include <csignal>
 #include <ctime>
 #include <memory>
 #include <optional>
-#include <system_error>
 #include <thread>
 #include <vector>
 
-#include <arpa/inet.h>
 #include <netinet/tcp.h>
 #include <pthread.h>
 #include <sys/select.h>
@@ -33,37 +32,15 @@ constexpr const char* CLIENT_IP = "127.0.0.1";
 constexpr const char* STREAM_SERVER_IP = "127.0.0.1";
 constexpr const char* DATAGRAM_SERVER_IP = "127.0.0.2";
 
-int checked(int result, const char* step)
-{
-    if (result < 0) {
-        throw std::system_error(errno, std::generic_category(), step);
-    }
-    return result;
-}
-
-sockaddr_in addressOf(const char* ip, uint16_t port)
-{
-    sockaddr_in address = {};
-    address.sin_family = AF_INET;
-    address.sin_port = htons(port);
-    address.sin_addr.s_addr = inet_addr(ip);
-    return address;
-}
+using loopback::addressOf;
+using loopback::checked;
+using loopback::portOf;
 
 int boundSocket(int type, const char* ip, uint16_t port)
 {
     const int fd = checked(socket(AF_INET, type, 0), "socket");
-    const sockaddr_in address = addressOf(ip, port);
-    checked(bind(fd, reinterpret_cast<const sockaddr*>(&address), sizeof address), "bind");
+    checked(loopback::tryToBind(fd, ip, port) ? 0 : -1, "bind");
     return fd;
-}
-
-uint16_t portOf(int fd)
-{
-    sockaddr_in address = {};
-    socklen_t length = sizeof address;
-    checked(getsockname(fd, reinterpret_cast<sockaddr*>(&address), &length), "getsockname");
-    return ntohs(address.sin_port);
 }
 
 /// Processor time of a thread, in seconds.

@@ -1,5 +1,7 @@
 #include <support/ScriptedServer.h>
 
+#include <support/LoopbackSocket.h>
+
 #include <algorithm>
 #include <array>
 #include <cerrno>
@@ -7,7 +9,6 @@
 #include <stdexcept>
 #include <system_error>
 
-#include <arpa/inet.h>
 #include <poll.h>
 #include <sys/eventfd.h>
 #include <sys/socket.h>
@@ -15,36 +16,10 @@
 
 namespace {
 
-int checked(int result, const char* step)
-{
-    if (result < 0) {
-        throw std::system_error(errno, std::generic_category(), step);
-    }
-    return result;
-}
-
-sockaddr_in addressOf(const char* ip, uint16_t port)
-{
-    sockaddr_in address = {};
-    address.sin_family = AF_INET;
-    address.sin_port = htons(port);
-    address.sin_addr.s_addr = inet_addr(ip);
-    return address;
-}
-
-bool tryToBind(int fd, const char* ip, uint16_t port)
-{
-    const sockaddr_in address = addressOf(ip, port);
-    return bind(fd, reinterpret_cast<const sockaddr*>(&address), sizeof address) == 0;
-}
-
-uint16_t portOf(int fd)
-{
-    sockaddr_in address = {};
-    socklen_t length = sizeof address;
-    checked(getsockname(fd, reinterpret_cast<sockaddr*>(&address), &length), "getsockname");
-    return ntohs(address.sin_port);
-}
+using loopback::addressOf;
+using loopback::checked;
+using loopback::portOf;
+using loopback::tryToBind;
 
 void wake(int event)
 {
