@@ -3,6 +3,7 @@
 #include <support/CapturedOutput.h>
 
 #include <atomic>
+#include <cerrno>
 #include <string>
 #include <thread>
 
@@ -27,6 +28,12 @@ class BackPressureTest : public LoggerTest
 protected:
     void startSmall() { start({.streamQueueBytes = SMALL_QUEUE_BYTES, .stallLimit = LIMIT}); }
 
+    loggerclient::Reader readerOfASmallQueue()
+    {
+        startSmall();
+        return reader();
+    }
+
     /// Takes numbered frames from the stream and compares them with first, first + 1, ...
     static void expectNumbers(loggerclient::Reader& from, uint32_t first, size_t count)
     {
@@ -38,12 +45,32 @@ protected:
     }
 };
 
-TEST_F(BackPressureTest, AFullQueueHoldsTheWriterBackAndNothingIsLost)
+/// A reader that takes nothing, and a writer that its full queue holds back.
+class HeldWriterTest : public BackPressureTest
 {
-    startSmall();
-    auto to = reader();
-    auto from = writer();
-    const uint32_t written = writeUntilHeld(from);
+protected:
+    /// The reader has taken nothing for so long that everything that was written comes through to it or is dropped.
+    void stall()
+    {
+        clock->advance(LIMIT);
+        ASSERT_TRUE(waitForFramesIn(written));
+    }
+
+    void writeMore(uint32_t count)
+    {
+        for (uint32_t i = 0; i < count; ++i) {
+            ASSERT_EQ(from.write(frame(0, 1, numbered(written++))), 0);
+        }
+    }
+
+    loggerclient::Reader to = readerOfASmallQueue();
+    loggerclient::Writer from = writer();
+    uint32_t written = writeUntilHeld(from);
+    uint32_t kept = static_cast<uint32_t>(sut->statistics().framesQueued); ///< by the queue, before any stall
+};
+
+TEST_F(HeldWriterTest, AFullQueueHoldsTheWriterBackAndNothingIsLost)
+{
     EXPECT_LT(sut->statistics().framesIn, written) << "the rest waits behind the writer";
     expectNumbers(to, 0, written);
     EXPECT_EQ(sut->statistics().framesDropped, 0U);
@@ -101,12 +128,8 @@ TEST_F(BackPressureTest, AReaderThatWaitsForAFullQueueEachTimeLosesNothing)
     EXPECT_EQ(sut->statistics().framesDropped, 0U);
 }
 
-TEST_F(BackPressureTest, ASlowReaderIsNotTakenForAStalledOne)
+TEST_F(HeldWriterTest, ASlowReaderIsNotTakenForAStalledOne)
 {
-    startSmall();
-    auto to = reader();
-    auto from = writer();
-    uint32_t written = writeUntilHeld(from);
     size_t readBytes = 0;
     for (int i = 0; i < 10; ++i) {
         readBytes += to.bytes(A_LITTLE_BYTES).size();
@@ -121,12 +144,8 @@ TEST_F(BackPressureTest, ASlowReaderIsNotTakenForAStalledOne)
     expectNumbers(to, static_cast<uint32_t>(begun), written - begun);
 }
 
-TEST_F(BackPressureTest, AWriterGoesOnWithTheFirstRoomThatASlowReaderMakes)
+TEST_F(HeldWriterTest, AWriterGoesOnWithTheFirstRoomThatASlowReaderMakes)
 {
-    startSmall();
-    auto to = reader();
-    auto from = writer();
-    const uint32_t written = writeUntilHeld(from);
     const uint64_t before = sut->statistics().framesIn;
     to.bytes(A_LITTLE_BYTES);
     clock->advance(LIMIT / 8);
@@ -134,13 +153,9 @@ TEST_F(BackPressureTest, AWriterGoesOnWithTheFirstRoomThatASlowReaderMakes)
     EXPECT_LE(sut->statistics().framesIn, written);
 }
 
-TEST_F(BackPressureTest, AWriterIsHeldRightUpToTheStallLimit)
+TEST_F(HeldWriterTest, AWriterIsHeldRightUpToTheStallLimit)
 {
     CapturedOutput output;
-    startSmall();
-    auto to = reader();
-    auto from = writer();
-    const uint32_t written = writeUntilHeld(from);
     const uint64_t before = sut->statistics().framesIn;
     clock->advance(LIMIT - milliseconds(1));
     EXPECT_EQ(writeUntilHeld(from, written), written);
@@ -149,16 +164,10 @@ TEST_F(BackPressureTest, AWriterIsHeldRightUpToTheStallLimit)
     EXPECT_TRUE(waitForFramesIn(written));
 }
 
-TEST_F(BackPressureTest, AStalledReaderLosesItsNewestFramesAndKeepsTheOldest)
+TEST_F(HeldWriterTest, AStalledReaderLosesItsNewestFramesAndKeepsTheOldest)
 {
     CapturedOutput output;
-    startSmall();
-    auto to = reader();
-    auto from = writer();
-    const uint32_t written = writeUntilHeld(from);
-    const uint64_t kept = sut->statistics().framesQueued;
-    clock->advance(LIMIT);
-    ASSERT_TRUE(waitForFramesIn(written));
+    stall();
     EXPECT_TRUE(sut->readerStatistics()[0].hasStalled);
     EXPECT_EQ(sut->readerStatistics()[0].framesDropped, written - kept);
     EXPECT_EQ(sut->statistics().framesDropped, written - kept);
@@ -168,54 +177,34 @@ TEST_F(BackPressureTest, AStalledReaderLosesItsNewestFramesAndKeepsTheOldest)
     EXPECT_EQ(output.out(), "");
 }
 
-TEST_F(BackPressureTest, AStalledReaderHoldsNobodyBackAnyMore)
+TEST_F(HeldWriterTest, AStalledReaderHoldsNobodyBackAnyMore)
 {
     CapturedOutput output;
-    startSmall();
-    auto to = reader();
-    auto from = writer();
-    uint32_t written = writeUntilHeld(from);
-    clock->advance(LIMIT);
-    ASSERT_TRUE(waitForFramesIn(written));
-    for (int i = 0; i < 5000; ++i) {
-        ASSERT_EQ(from.write(frame(0, 1, numbered(written++))), 0);
-    }
+    stall();
+    writeMore(5000);
     EXPECT_TRUE(waitForFramesIn(written));
     EXPECT_EQ(output.err(), STALL_LINE) << "said once per stall";
 }
 
-TEST_F(BackPressureTest, AReaderThatMovesAgainGetsEveryNewFrame)
+TEST_F(HeldWriterTest, AReaderThatMovesAgainGetsEveryNewFrame)
 {
     CapturedOutput output;
-    startSmall();
-    auto to = reader();
-    auto from = writer();
-    const uint32_t written = writeUntilHeld(from);
-    const auto kept = static_cast<uint32_t>(sut->statistics().framesQueued);
-    clock->advance(LIMIT);
-    ASSERT_TRUE(waitForFramesIn(written));
+    stall();
     expectNumbers(to, 0, kept);
     ASSERT_TRUE(waitUntil([&] { return !sut->readerStatistics()[0].hasStalled; }));
-    for (uint32_t i = 0; i < 100; ++i) {
-        ASSERT_EQ(from.write(frame(0, 1, numbered(written + i))), 0);
-    }
-    expectNumbers(to, written, 100);
+    const uint32_t first = written;
+    writeMore(100);
+    expectNumbers(to, first, 100);
 }
 
-TEST_F(BackPressureTest, EachStallIsSaidOnce)
+TEST_F(HeldWriterTest, EachStallIsSaidOnce)
 {
     CapturedOutput output;
-    startSmall();
-    auto to = reader();
-    auto from = writer();
-    uint32_t written = writeUntilHeld(from);
-    clock->advance(LIMIT);
-    ASSERT_TRUE(waitForFramesIn(written));
+    stall();
     to.bytes(sut->statistics().framesQueued * RECORD_BYTES);
     ASSERT_TRUE(waitUntil([&] { return !sut->readerStatistics()[0].hasStalled; }));
     written = writeUntilHeld(from, written);
-    clock->advance(LIMIT);
-    ASSERT_TRUE(waitForFramesIn(written));
+    stall();
     EXPECT_EQ(output.err(), STALL_LINE + STALL_LINE);
 }
 
@@ -262,13 +251,9 @@ TEST_F(BackPressureTest, AReaderThatHasSleptLongBeforeItsQueueFillsIsNotWaitedFo
     EXPECT_EQ(output.err(), STALL_LINE);
 }
 
-TEST_F(BackPressureTest, AReaderThatClosesLetsItsWritersGo)
+TEST_F(HeldWriterTest, AReaderThatClosesLetsItsWritersGo)
 {
-    startSmall();
-    auto asleep = reader();
-    auto from = writer();
-    const uint32_t written = writeUntilHeld(from);
-    asleep.close();
+    to.close();
     EXPECT_TRUE(waitForFramesIn(written));
     EXPECT_EQ(sut->statistics().framesDropped, 0U);
 }
@@ -317,16 +302,22 @@ TEST_F(BackPressureTest, HeldWritersGoOnInTheirOrder)
     EXPECT_EQ(nextOfSecond, 50U);
 }
 
-TEST_F(BackPressureTest, AHeldWriterThatClosesStillGetsEverythingThrough)
+TEST_F(HeldWriterTest, AHeldWriterThatClosesStillGetsEverythingThrough)
 {
-    startSmall();
-    auto to = reader();
-    auto from = writer();
-    const uint32_t written = writeUntilHeld(from);
     from.close();
     sut->statistics();
     expectNumbers(to, 0, written);
     EXPECT_TRUE(waitUntil([&] { return sut->statistics().writers == 0; }));
+}
+
+TEST_F(HeldWriterTest, AHeldWriterThatClosesWithAFaultUnreadStillGetsEverythingThrough)
+{
+    sut->failWrites(MAIN, EIO);
+    ASSERT_NE(loggerclient::waitFor(from.get(), POLLIN), 0);
+    from.close(); // which resets the connection
+    expectNumbers(to, 0, written);
+    EXPECT_TRUE(waitUntil([&] { return sut->statistics().writers == 0; }));
+    EXPECT_EQ(sut->statistics().framesIn, written);
 }
 
 TEST_F(BackPressureTest, ABusWithoutAFullQueueGoesOnBesideOneThatIsHeld)
@@ -343,12 +334,8 @@ TEST_F(BackPressureTest, ABusWithoutAFullQueueGoesOnBesideOneThatIsHeld)
     expectNumbers(to, 0, 1000);
 }
 
-TEST_F(BackPressureTest, ANodeWaitsForAReaderToo)
+TEST_F(HeldWriterTest, ANodeWaitsForAReaderToo)
 {
-    startSmall();
-    auto to = reader();
-    auto from = writer();
-    const uint32_t written = writeUntilHeld(from);
     std::atomic<bool> sent = false;
     std::thread node([&] {
         sut->sendFromNode(frame(0, 0x1FFFFFFF, numbered(0), 1));

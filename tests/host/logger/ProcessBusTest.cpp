@@ -32,14 +32,24 @@ protected:
         return to.isQuiet();
     }
 
+    /// Takes messages numbered first, first + 1, ... before `end`.
+    static void expectNumbers(BusClient& from, uint32_t first, uint32_t end)
+    {
+        for (uint32_t i = first; i < end; ++i) {
+            const auto event = from.next();
+            ASSERT_TRUE(event);
+            ASSERT_EQ(BusClient::numberOf(*event), i);
+        }
+    }
+
     /// Sends numbered messages until the logger takes none any more.
     /// @return number of messages sent
-    uint32_t sendUntilHeld(BusClient& from, std::string_view destination)
+    uint32_t sendUntilHeld(BusClient& from, std::string_view destination, size_t sizeBytes = 32)
     {
         uint32_t sent = 0;
         uint64_t taken = 0;
         for (int roundsWithoutChange = 0; roundsWithoutChange < 3;) {
-            while (from.trySend(destination, BusClient::record(sent))) {
+            while (from.trySend(destination, BusClient::record(sent, sizeBytes))) {
                 ++sent;
                 roundsWithoutChange = 0;
             }
@@ -51,6 +61,29 @@ protected:
     }
 
     static constexpr std::chrono::milliseconds LIMIT{1000};
+};
+
+/// A process "ecu" that takes nothing, and a sender that its full queue holds back.
+class HeldSenderTest : public ProcessBusTest
+{
+protected:
+    BusClient clientOfASmallQueue()
+    {
+        start({.busQueueMessages = 100, .stallLimit = LIMIT});
+        return client("ecu");
+    }
+
+    /// The process has taken nothing for so long that what was sent to it comes through or is dropped.
+    void stall()
+    {
+        clock->advance(LIMIT);
+        ASSERT_TRUE(waitForMessages(sent));
+    }
+
+    BusClient to = clientOfASmallQueue();
+    BusClient from = client("tester");
+    uint32_t sent = sendUntilHeld(from, "ecu");
+    uint32_t kept = static_cast<uint32_t>(sut->statistics().busMessagesQueued); ///< by the queue, before any stall
 };
 
 TEST_F(ProcessBusTest, NamesOfOneTo255BytesAreTaken)
@@ -142,11 +175,7 @@ TEST_F(ProcessBusTest, OrderHoldsOverManyMessages)
             ASSERT_EQ(from.send("ecu", BusClient::record(i)), 0);
         }
     });
-    for (uint32_t i = 0; i < MESSAGES; ++i) {
-        const auto event = to.next();
-        ASSERT_TRUE(event);
-        ASSERT_EQ(BusClient::numberOf(*event), i);
-    }
+    expectNumbers(to, 0, MESSAGES);
     sender.join();
     EXPECT_EQ(sut->statistics().busMessagesDropped, 0U);
 }
@@ -188,26 +217,14 @@ TEST_F(ProcessBusTest, MessagesOfAProcessThatEndsAtOnceAllArrive)
             ASSERT_EQ(from.send("ecu", BusClient::record(i)), 0);
         }
     }
-    for (uint32_t i = 0; i < 50; ++i) {
-        const auto event = to.next();
-        ASSERT_TRUE(event);
-        EXPECT_EQ(BusClient::numberOf(*event), i);
-    }
+    expectNumbers(to, 0, 50);
     EXPECT_TRUE(waitUntil([&] { return sut->statistics().busClients == 1; }));
 }
 
-TEST_F(ProcessBusTest, AFullQueueHoldsTheSenderBackAndNothingIsLost)
+TEST_F(HeldSenderTest, AFullQueueHoldsTheSenderBackAndNothingIsLost)
 {
-    start({.busQueueMessages = 100, .stallLimit = LIMIT});
-    auto to = client("ecu");
-    auto from = client("tester");
-    const uint32_t sent = sendUntilHeld(from, "ecu");
     EXPECT_LT(sut->statistics().busMessagesIn, sent);
-    for (uint32_t i = 0; i < sent; ++i) {
-        const auto event = to.next();
-        ASSERT_TRUE(event);
-        ASSERT_EQ(BusClient::numberOf(*event), i);
-    }
+    expectNumbers(to, 0, sent);
     EXPECT_EQ(sut->statistics().busMessagesDropped, 0U);
 }
 
@@ -216,39 +233,19 @@ TEST_F(ProcessBusTest, AQueueIsFullByItsBytesToo)
     start({.busQueueBytes = 1U << 20, .stallLimit = LIMIT});
     auto to = client("ecu");
     auto from = client("tester");
-    uint32_t sent = 0;
-    uint64_t taken = 0;
-    for (int roundsWithoutChange = 0; roundsWithoutChange < 3;) {
-        while (from.trySend("ecu", BusClient::record(sent, 65535))) {
-            ++sent;
-            roundsWithoutChange = 0;
-        }
-        const uint64_t now = sut->statistics().busMessagesIn;
-        roundsWithoutChange = now == taken ? roundsWithoutChange + 1 : 0;
-        taken = now;
-    }
-    EXPECT_LT(taken, 40U) << "a mebibyte, and what the system holds";
+    const uint32_t sent = sendUntilHeld(from, "ecu", 65535);
+    EXPECT_LT(sut->statistics().busMessagesIn, 40U) << "a mebibyte, and what the system holds";
     for (uint32_t i = 0; i < sent; ++i) {
         ASSERT_TRUE(to.next());
     }
 }
 
-TEST_F(ProcessBusTest, AStalledProcessLosesItsNewestMessagesAndIsTold)
+TEST_F(HeldSenderTest, AStalledProcessLosesItsNewestMessagesAndIsTold)
 {
     CapturedOutput output;
-    start({.busQueueMessages = 100, .stallLimit = LIMIT});
-    auto to = client("ecu");
-    auto from = client("tester");
-    const uint32_t sent = sendUntilHeld(from, "ecu");
-    const auto kept = static_cast<uint32_t>(sut->statistics().busMessagesQueued);
-    clock->advance(LIMIT);
-    ASSERT_TRUE(waitForMessages(sent));
+    stall();
     EXPECT_EQ(sut->statistics().busMessagesDropped, sent - kept);
-    for (uint32_t i = 0; i < kept; ++i) {
-        const auto event = to.next();
-        ASSERT_TRUE(event);
-        ASSERT_EQ(BusClient::numberOf(*event), i);
-    }
+    expectNumbers(to, 0, kept);
     EXPECT_EQ(to.next()->dropped, sent - kept);
     EXPECT_TRUE(staysQuiet(to));
     EXPECT_EQ(output.err(),
@@ -257,26 +254,16 @@ TEST_F(ProcessBusTest, AStalledProcessLosesItsNewestMessagesAndIsTold)
               "callbacks sooner, or end the process\n");
 }
 
-TEST_F(ProcessBusTest, TheLossIsToldWhereTheMessagesAreMissing)
+TEST_F(HeldSenderTest, TheLossIsToldWhereTheMessagesAreMissing)
 {
     CapturedOutput output;
-    start({.busQueueMessages = 100, .stallLimit = LIMIT});
-    auto to = client("ecu");
-    auto from = client("tester");
-    const uint32_t sent = sendUntilHeld(from, "ecu");
-    const auto kept = static_cast<uint32_t>(sut->statistics().busMessagesQueued);
-    clock->advance(LIMIT);
-    ASSERT_TRUE(waitForMessages(sent));
+    stall();
     // Room for one message: what comes now is queued behind the gap.
-    for (uint32_t i = 0; i < kept - 50; ++i) {
-        ASSERT_EQ(BusClient::numberOf(*to.next()), i);
-    }
+    expectNumbers(to, 0, kept - 50);
     clock->advance(LIMIT);
     ASSERT_EQ(from.send("ecu", BusClient::record(sent)), 0);
     ASSERT_TRUE(waitForMessages(sent + 1));
-    for (uint32_t i = kept - 50; i < kept; ++i) {
-        ASSERT_EQ(BusClient::numberOf(*to.next()), i);
-    }
+    expectNumbers(to, kept - 50, kept);
     EXPECT_EQ(to.next()->dropped, sent - kept);
     EXPECT_EQ(BusClient::numberOf(*to.next()), sent);
 }
@@ -300,40 +287,24 @@ TEST_F(ProcessBusTest, TwoProcessesThatFloodEachOtherComeFree)
     }));
 }
 
-TEST_F(ProcessBusTest, AHeldProcessThatEndsStillGetsEverythingThrough)
+TEST_F(HeldSenderTest, AHeldProcessThatEndsStillGetsEverythingThrough)
 {
-    start({.busQueueMessages = 100, .stallLimit = LIMIT});
-    auto to = client("ecu");
-    auto from = client("tester");
-    const uint32_t sent = sendUntilHeld(from, "ecu");
     from.close();
     sut->statistics();
-    for (uint32_t i = 0; i < sent; ++i) {
-        const auto event = to.next();
-        ASSERT_TRUE(event);
-        ASSERT_EQ(BusClient::numberOf(*event), i);
-    }
+    expectNumbers(to, 0, sent);
     EXPECT_TRUE(waitUntil([&] { return sut->statistics().busClients == 1; }));
 }
 
-TEST_F(ProcessBusTest, AStalledProcessThatEndsLetsItsSendersGo)
+TEST_F(HeldSenderTest, AStalledProcessThatEndsLetsItsSendersGo)
 {
-    start({.busQueueMessages = 100, .stallLimit = LIMIT});
-    auto asleep = client("ecu");
-    auto from = client("tester");
-    const uint32_t sent = sendUntilHeld(from, "ecu");
-    asleep.close();
+    to.close();
     EXPECT_TRUE(waitForMessages(sent));
 }
 
-TEST_F(ProcessBusTest, TheEndOfTheLoggerIsTheEndOfTheConnection)
+TEST_F(HeldSenderTest, TheEndOfTheLoggerIsTheEndOfTheConnection)
 {
-    start({.busQueueMessages = 100});
-    auto asleep = client("ecu");
-    auto from = client("tester");
-    sendUntilHeld(from, "ecu");
     sut.reset();
-    EXPECT_TRUE(loggerclient::reachesEnd(asleep.get()));
+    EXPECT_TRUE(loggerclient::reachesEnd(to.get()));
     EXPECT_NE(from.send("ecu", BusClient::record(1)), 0);
 }
 

@@ -9,7 +9,9 @@
 #include <gtest/gtest.h>
 #include <support/PrivateMember.h>
 
+#include <cstddef>
 #include <type_traits>
+#include <vector>
 
 // What the library, compiled apart from the platform, relies on: the order, place and width of the public fields
 // and the values of the enumerations.
@@ -58,15 +60,23 @@ static_assert(std::is_same_v<decltype(CANTraceMessageBase::length), uint8_t>);
 static_assert(std::is_same_v<decltype(CANTraceMessageBase::canId), uint32_t>);
 static_assert(std::is_same_v<decltype(CANTraceMessageBase::data), uint8_t[64]>);
 
+using Offsets = std::vector<size_t>;
+
+/// Where the fields of an object begin, in the order in which they are named.
+template <typename Object, typename... Fields>
+Offsets offsetsIn(const Object& object, Fields... fields)
+{
+    return {static_cast<size_t>(offsetIn(object, fields))...};
+}
+
 } // namespace
 
 TEST(MessageLayoutTest, MessageBase)
 {
     const MessageBase message(1, 2);
 
-    EXPECT_EQ(offsetIn(message, &MessageBase::msgId), 8U);
-    EXPECT_EQ(offsetIn(message, &MessageBase::time), 16U);
-    EXPECT_EQ(offsetIn(message, &MessageBase::byteArray), 24U);
+    EXPECT_EQ(offsetsIn(message, &MessageBase::msgId, &MessageBase::time, &MessageBase::byteArray),
+              (Offsets{8, 16, 24}));
     EXPECT_EQ(sizeof(MessageBase), 48U);
     EXPECT_EQ(sizeof(message.msgId), 2U);
     EXPECT_EQ(sizeof(message.time), 8U);
@@ -76,13 +86,10 @@ TEST(MessageLayoutTest, CANTraceMessageBase)
 {
     const CANTraceMessageBase message(11, 0, 0, CAN_FRAME_DATA, CAN_STATE_OK, CAN_STANDARD, 0, 0, nullptr);
 
-    EXPECT_EQ(offsetIn(message, &CANTraceMessageBase::channel), 48U);
-    EXPECT_EQ(offsetIn(message, &CANTraceMessageBase::frame), 52U);
-    EXPECT_EQ(offsetIn(message, &CANTraceMessageBase::stateErr), 56U);
-    EXPECT_EQ(offsetIn(message, &CANTraceMessageBase::type), 60U);
-    EXPECT_EQ(offsetIn(message, &CANTraceMessageBase::length), 64U);
-    EXPECT_EQ(offsetIn(message, &CANTraceMessageBase::canId), 68U);
-    EXPECT_EQ(offsetIn(message, &CANTraceMessageBase::data), 72U);
+    EXPECT_EQ(offsetsIn(message, &CANTraceMessageBase::channel, &CANTraceMessageBase::frame,
+                        &CANTraceMessageBase::stateErr, &CANTraceMessageBase::type, &CANTraceMessageBase::length,
+                        &CANTraceMessageBase::canId, &CANTraceMessageBase::data),
+              (Offsets{48, 52, 56, 60, 64, 68, 72}));
     EXPECT_EQ(sizeof(CANTraceMessageBase), 136U);
 }
 
@@ -95,9 +102,9 @@ TEST(MessageLayoutTest, CANTransportTraceMessage)
 {
     const CANTransportTraceMessage message(0x8014, 0, {}, 0, CAN_STANDARD);
 
-    EXPECT_EQ(offsetIn(message, &CANTransportTraceMessage::data), 48U);
-    EXPECT_EQ(offsetIn(message, &CANTransportTraceMessage::canId), 72U);
-    EXPECT_EQ(offsetIn(message, &CANTransportTraceMessage::type), 76U);
+    EXPECT_EQ(offsetsIn(message, &CANTransportTraceMessage::data, &CANTransportTraceMessage::canId,
+                        &CANTransportTraceMessage::type),
+              (Offsets{48, 72, 76}));
     EXPECT_EQ(sizeof(CANTransportTraceMessage), 80U);
 }
 
@@ -105,8 +112,7 @@ TEST(MessageLayoutTest, SystemMessage)
 {
     const SystemMessage message(128, 0, 19, "");
 
-    EXPECT_EQ(offsetIn(message, &SystemMessage::command), 48U);
-    EXPECT_EQ(offsetIn(message, &SystemMessage::text), 56U);
+    EXPECT_EQ(offsetsIn(message, &SystemMessage::command, &SystemMessage::text), (Offsets{48, 56}));
     EXPECT_EQ(sizeof(SystemMessage), 88U);
 }
 
@@ -114,13 +120,9 @@ TEST(MessageLayoutTest, EthernetConfigFieldsFollowEachOtherInTheStatedOrder)
 {
     const ethernetConfig_t config;
 
-    EXPECT_EQ(offsetIn(config, &ethernetConfig_t::reserved0), 0U);
-    EXPECT_EQ(offsetIn(config, &ethernetConfig_t::interfaceName), 8U);
-    EXPECT_EQ(offsetIn(config, &ethernetConfig_t::reserved1), 40U);
-    EXPECT_EQ(offsetIn(config, &ethernetConfig_t::serverIp), 48U);
-    EXPECT_EQ(offsetIn(config, &ethernetConfig_t::port), 80U);
-    EXPECT_EQ(offsetIn(config, &ethernetConfig_t::reserved2), 88U);
-    EXPECT_EQ(offsetIn(config, &ethernetConfig_t::loggerIp), 128U);
-    EXPECT_EQ(offsetIn(config, &ethernetConfig_t::subnet), 160U);
-    EXPECT_EQ(offsetIn(config, &ethernetConfig_t::gatewayIp), 192U);
+    EXPECT_EQ(offsetsIn(config, &ethernetConfig_t::reserved0, &ethernetConfig_t::interfaceName,
+                        &ethernetConfig_t::reserved1, &ethernetConfig_t::serverIp, &ethernetConfig_t::port,
+                        &ethernetConfig_t::reserved2, &ethernetConfig_t::loggerIp, &ethernetConfig_t::subnet,
+                        &ethernetConfig_t::gatewayIp),
+              (Offsets{0, 8, 40, 48, 80, 88, 128, 160, 192}));
 }
