@@ -135,6 +135,22 @@ TEST_F(EthernetInterfaceFailureTest, SwitchingNagleOffFails)
     expectExchange();
 }
 
+TEST_F(EthernetInterfaceFailureTest, SwitchingNagleOffAndTheCloseBehindItFail)
+{
+    const ScriptedTcpServer server(Script::ECHO);
+    disconnectedFrom(tcp(server.port()));
+    failing::setsockoptCall.fail(ENOPROTOOPT, true);
+    failing::closeCall.fail(EIO, true);
+    EXPECT_FALSE(sut->connect());
+    EXPECT_THAT(
+        takeLines(),
+        ElementsAre(tryTcp,
+                    "[ERROR] ETH[127.0.0.1:PORT]::connect() setsockopt() disable Nagle: Protocol not available",
+                    "[ERROR] ETH[127.0.0.1:PORT]::disconnect() Close socket failed: Input/output error"));
+    EXPECT_EQ(fd(), -1);
+    expectExchange();
+}
+
 TEST_F(EthernetInterfaceFailureTest, BindFails)
 {
     const ScriptedUdpServer server(Script::ECHO);

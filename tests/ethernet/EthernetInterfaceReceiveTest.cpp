@@ -86,6 +86,33 @@ TEST_F(EthernetInterfaceReceiveTest, OneStreamReceptionGivesAtMost65535Bytes)
     EXPECT_TRUE(arrived == sent);
 }
 
+TEST_F(EthernetInterfaceReceiveTest, LevelOneShowsNeitherBytesNorSourceNorWaits)
+{
+    const ScriptedUdpServer server(Script::SINK);
+    connectTo(udp(server.port()));
+    sut->logLevel = 1;
+    server.send(three);
+    ASSERT_TRUE(callback.awaitStatus(5));
+    server.sendFromOtherPort(three);
+    ASSERT_TRUE(await("[WARNING] ETH[127.0.0.2:PORT]::threadCode() ignore UDP data from unexpected server"));
+    EXPECT_THAT(takeLines(),
+                ElementsAre("{status 5}",
+                            "[WARNING] ETH[127.0.0.2:PORT]::threadCode() ignore UDP data from unexpected server"));
+}
+
+TEST_F(EthernetInterfaceReceiveTest, LevelThreeShowsBytesToo)
+{
+    const ScriptedUdpServer server(Script::SINK);
+    connectTo(udp(server.port()));
+    sut->logLevel = 3;
+    server.send(three);
+    ASSERT_TRUE(callback.awaitStatus(5));
+    EXPECT_THAT(takeLines(),
+                testing::IsSupersetOf({"[DEBUG] ETH[127.0.0.2:PORT]::threadCode() receiverAddr: 127.0.0.2:PORT",
+                                       "[DEBUG] ETH[127.0.0.2:PORT]::threadCode() received bytes=3",
+                                       "[INFO] ETH::recv:  01 41 ff  .A."}));
+}
+
 TEST_F(EthernetInterfaceReceiveTest, LevelTwoShowsStreamBytes)
 {
     ScriptedTcpServer server(Script::SINK);

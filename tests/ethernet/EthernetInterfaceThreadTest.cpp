@@ -237,6 +237,49 @@ TEST_F(EthernetInterfaceThreadTest, ConcurrentDisconnectsCloseOnce)
     expectExchange();
 }
 
+TEST_F(EthernetInterfaceThreadTest, ConcurrentDatagramConnectsDisconnectsAndSendsNeverMeetABusyPort)
+{
+    const ScriptedUdpServer server(Script::ECHO);
+    connectTo(udp(server.port()));
+    const size_t threads = entriesOf("/proc/self/task");
+    const size_t descriptors = entriesOf("/proc/self/fd");
+    const auto changes = [&] {
+        for (int round = 0; round < 200; ++round) {
+            sut->disconnect();
+            EXPECT_TRUE(sut->connect());
+        }
+    };
+    auto one = std::async(std::launch::async, changes);
+    auto two = std::async(std::launch::async, changes);
+    const Bytes bytes = {1};
+    for (int round = 0; round < 200; ++round) {
+        // 0, or -3 when the socket was closed between the look at it and the call; a connect never fails.
+        EXPECT_NE(sut->send(bytes.data(), bytes.size()), -1);
+    }
+    one.get();
+    two.get();
+    // Both ends of the exchange still stand on their port.
+    expectExchange();
+    EXPECT_EQ(settledEntriesOf("/proc/self/task", threads), threads);
+    EXPECT_EQ(settledEntriesOf("/proc/self/fd", descriptors), descriptors);
+}
+
+TEST_F(EthernetInterfaceThreadTest, DestructionOfADisconnectedObjectStopsItsThread)
+{
+    const size_t threads = entriesOf("/proc/self/task");
+    connectTo(udp(ScriptedUdpServer(Script::SINK).port()));
+    ASSERT_TRUE(sut->disconnect());
+    ASSERT_TRUE(threadRuns());
+    takeLines();
+    destroy();
+    EXPECT_EQ(takeLines(),
+              (Lines{"[INFO] ETH[127.0.0.2:PORT]::disconnect() Already disconnected.",
+                     "[INFO] ETH[127.0.0.2:PORT]::threadCode() Exit RX thread.",
+                     "[INFO] ETH[127.0.0.2:PORT]::disconnect() Already disconnected.", "{removeIP eth1}"}));
+    EXPECT_THAT(callback.statuses.all(), ElementsAre(1, 2));
+    EXPECT_EQ(settledEntriesOf("/proc/self/task", threads), threads);
+}
+
 TEST_F(EthernetInterfaceThreadTest, CallbackDuringDestructionCannotReconnect)
 {
     ScriptedTcpServer server(Script::ECHO);

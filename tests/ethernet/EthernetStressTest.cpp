@@ -99,8 +99,16 @@ void liveOneRound(const EthernetInterface::Configuration& configuration, bool se
     one.join();
     two.join();
     if (random() % 2 == 0) {
+        // Texts of other lengths, while the receive thread lives and prints them.
+        EthernetInterface::Configuration other = configuration;
+        other.interfaceName = std::string(random() % 40, 'n');
+        other.loggerIp = random() % 2 == 0 ? configuration.loggerIp : "0.0.0.0";
+        other.subnet = std::string(random() % 40, '0');
+        other.serverIp =
+            random() % 2 == 0 ? configuration.serverIp : "127.000.000.00" + configuration.serverIp.substr(8);
+        sut.logLevel = 3;
         sut.disconnect();
-        sut.configure(configuration);
+        sut.configure(other);
         work(static_cast<unsigned>(random()));
     }
     receptions += callback.receptions;
