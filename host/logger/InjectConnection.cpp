@@ -53,7 +53,8 @@ void InjectConnection::resume()
 bool InjectConnection::receive()
 {
     next = 0;
-    if (batch.receive(fd.get()) == 0) {
+    // ECONNRESET: the tool has gone without reading its reply. It is said once, ahead of what the tool has sent.
+    if (batch.receive(fd.get()) == 0 || (errno == ECONNRESET && batch.receive(fd.get()) == 0)) {
         return true;
     }
     if (errno != EAGAIN && errno != EWOULDBLOCK) {

@@ -320,6 +320,22 @@ TEST_F(HeldWriterTest, AHeldWriterThatClosesWithAFaultUnreadStillGetsEverythingT
     EXPECT_EQ(sut->statistics().framesIn, written);
 }
 
+TEST_F(HeldWriterTest, AHeldToolThatClosesWithItsReplyUnreadStillGetsEverythingThrough)
+{
+    constexpr uint32_t FRAMES = 200; // more than are taken off a connection at once
+    wire::FileDescriptor tool(sut->connect());
+    ASSERT_EQ(wire::sendPacket(tool.get(), wire::encodeRequest({.kind = wire::Kind::INJECT, .text = {}})), 0);
+    ASSERT_NE(loggerclient::waitFor(tool.get(), POLLIN), 0);
+    std::array<uint8_t, wire::CAN_RECORD_MAX_BYTES> bytes;
+    for (uint32_t i = 0; i < FRAMES; ++i) {
+        const size_t size = wire::encode(frame(0, 0x1FFFFFFF, numbered(i), 1), bytes);
+        ASSERT_EQ(wire::sendPacket(tool.get(), std::span(bytes).first(size)), 0);
+    }
+    tool.reset(); // which resets the connection
+    const auto records = to.take(written + 2 * FRAMES);
+    EXPECT_EQ(std::ranges::count(records, 0x1FFFFFFFU, &wire::CanRecord::id), 2 * FRAMES) << "on both channels";
+}
+
 TEST_F(BackPressureTest, ABusWithoutAFullQueueGoesOnBesideOneThatIsHeld)
 {
     start({.board = vlogger::board::WITH_EXTENSION, .streamQueueBytes = SMALL_QUEUE_BYTES, .stallLimit = LIMIT});
