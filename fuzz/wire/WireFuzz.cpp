@@ -1,14 +1,17 @@
-// Everything that is read off the wire: requests, replies, faults, boards, offsets, process-bus packets and
-// records. Whatever decodes must encode to the same bytes again.
+// Everything that is read off the wire: requests, replies, faults, boards, offsets, process-bus packets, records,
+// monitor streams, lists of channels and stage reports. Whatever decodes must encode to the same bytes again.
 
 #include <wire/BusProtocol.h>
+#include <wire/MonitorProtocol.h>
 #include <wire/Protocol.h>
+#include <wire/StageStatistics.h>
 #include <wire/TraceRecord.h>
 
 #include <algorithm>
 #include <cstdint>
 #include <cstdlib>
 #include <span>
+#include <stdexcept>
 #include <vector>
 
 namespace {
@@ -42,6 +45,9 @@ void checkProtocol(std::span<const uint8_t> packet)
     if (const auto fault = wire::decodeFault(packet)) {
         require(same(wire::encodeFault(*fault), packet));
     }
+    if (wire::isFinish(packet)) {
+        require(same(wire::encodeFinish(), packet));
+    }
 }
 
 void checkBusProtocol(std::span<const uint8_t> packet)
@@ -74,6 +80,53 @@ void checkRecord(std::span<const uint8_t> bytes)
     }
 }
 
+/// What was decoded encodes to bytes that decode to the same again; bits that a frame cannot carry are gone by then.
+void checkEvent(const wire::MonitorEvent& event)
+{
+    wire::MonitorDecoder decoder;
+    if (event.dropped != 0) {
+        decoder.feed(wire::encodeMonitorDropped(event.dropped));
+    } else {
+        uint8_t bytes[wire::CAN_RECORD_MAX_BYTES] = {};
+        decoder.feed(std::span(bytes, wire::encodeMonitorFrame(event.frame, event.isSent, bytes)));
+    }
+    wire::MonitorEvent again;
+    require(decoder.next(again));
+    require(again.dropped == event.dropped);
+    if (event.dropped == 0) {
+        require(again.isSent == event.isSent && again.frame.id == event.frame.id &&
+                again.frame.channel == event.frame.channel && same(again.frame.data(), event.frame.data()));
+    }
+    require(!decoder.next(again));
+}
+
+void checkMonitorStream(std::span<const uint8_t> stream)
+{
+    wire::MonitorDecoder decoder;
+    wire::MonitorEvent event;
+    try {
+        // In two pieces, so that records are cut as well.
+        for (const auto& part : {stream.first(stream.size() / 2), stream.subspan(stream.size() / 2)}) {
+            decoder.feed(part);
+            while (decoder.next(event)) {
+                checkEvent(event);
+            }
+        }
+    } catch (const std::runtime_error&) {
+        // No monitor's stream.
+    }
+}
+
+void checkTextsAndReports(std::span<const uint8_t> packet)
+{
+    if (const auto channels = wire::channelsOfText({reinterpret_cast<const char*>(packet.data()), packet.size()})) {
+        require(wire::channelsOfText(wire::textOfChannels(*channels)) == channels);
+    }
+    if (const auto report = wire::decodeStageReport(packet)) {
+        require(same(wire::encodeStageReport(*report), packet));
+    }
+}
+
 } // namespace
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size)
@@ -82,5 +135,7 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size)
     checkProtocol(packet);
     checkBusProtocol(packet);
     checkRecord(packet);
+    checkMonitorStream(packet);
+    checkTextsAndReports(packet);
     return 0;
 }

@@ -87,6 +87,9 @@ bool MonitorDecoder::next(MonitorEvent& event)
     begin += header.lengthBytes;
     if (header.type == MONITOR_DROPPED_TYPE && record.size() == MONITOR_DROPPED_BYTES) {
         event.dropped = getBigEndian<uint64_t>(record.data() + RECORD_MIN_BYTES);
+        if (event.dropped == 0) {
+            throw std::runtime_error("the virtual logger sends no monitor stream: a loss of no frames");
+        }
         return true;
     }
     event.dropped = 0;

@@ -87,6 +87,14 @@ TEST(MonitorProtocolTest, StreamOfAnotherKindIsRefused)
     EXPECT_THROW(other.next(event), std::runtime_error);
 }
 
+TEST(MonitorProtocolTest, LossOfNoFramesIsRefused)
+{
+    MonitorDecoder sut;
+    MonitorEvent event;
+    sut.feed(encodeMonitorDropped(0));
+    EXPECT_THROW(sut.next(event), std::runtime_error);
+}
+
 TEST(MonitorProtocolTest, FinishIsToldFromEverythingElse)
 {
     EXPECT_TRUE(isFinish(encodeFinish()));
