@@ -14,7 +14,7 @@ constexpr size_t JOBS_MAX = 64;
 
 uint8_t controlByte(IsoTpKind kind, size_t low)
 {
-    return static_cast<uint8_t>(static_cast<uint8_t>(kind) << 4 | (low & 0x0F));
+    return static_cast<uint8_t>(static_cast<size_t>(kind) << 4 | (low & 0x0F));
 }
 
 } // namespace
