@@ -2,6 +2,7 @@
 
 #include <config/ConfigurationCheck.h>
 #include <config/ConfigurationTable.h>
+#include <config/StrayLetter.h>
 #include <config/TableReader.h>
 
 #include <algorithm>
@@ -117,6 +118,9 @@ private:
 
 Configuration readConfiguration(std::string_view text, const std::string& name)
 {
+    if (const auto stray = strayLetter(text)) {
+        throw ConfigurationError(name, {*stray});
+    }
     toml::table parsed;
     try {
         parsed = toml::parse(text);
@@ -136,9 +140,15 @@ Configuration readConfiguration(std::string_view text, const std::string& name)
 Configuration readConfigurationFile(const std::string& path)
 {
     std::ifstream file(path, std::ios::binary);
-    const std::string text{std::istreambuf_iterator<char>(file), {}};
-    if (!file.is_open() || file.bad()) {
+    if (!file) {
         throw std::system_error(errno, std::generic_category(), path);
+    }
+    std::string text;
+    try {
+        text.assign(std::istreambuf_iterator<char>(file), {});
+    } catch (const std::ios_base::failure& error) {
+        // A directory, for one, can be opened and not read; what the stream throws does not name it.
+        throw std::system_error(error.code(), path);
     }
     return readConfiguration(text, path);
 }

@@ -303,6 +303,19 @@ TEST(ConfigurationTest, TextThatIsNoTomlIsNamedWithItsPlace)
     EXPECT_EQ(mistake.find('\n'), std::string::npos) << mistake;
 }
 
+TEST(ConfigurationTest, LetterBeyondAsciiBehindANumberIsNamedWithItsPlace)
+{
+    EXPECT_EQ(mistakesIn("[board]\ntype = 1\u00e4\n"),
+              "bench.toml:2:9: letters beyond ASCII stand only in quotes and comments");
+}
+
+TEST(ConfigurationTest, LettersBeyondAsciiInAStringAreKept)
+{
+    const Configuration read =
+        readConfiguration("\xEF\xBB\xBF[[node]] # f\u00fcr\nname = \"T\u00fcr\"\n", "bench.toml");
+    EXPECT_EQ(read.nodes.front().name, "T\u00fcr");
+}
+
 TEST(ConfigurationTest, FaultOnTheTransmitPathOfACombinedBoardIsAccepted)
 {
     EXPECT_EQ(mistakesIn("[board]\ntype = 16\n[[faults.event]]\nkind = \"write_fails\"\n"
@@ -341,6 +354,7 @@ TEST(ConfigurationTest, FileIsReadAndAMissingOneReported)
         FAIL() << "a directory was read";
     } catch (const std::system_error& error) {
         EXPECT_EQ(error.code().value(), EISDIR);
+        EXPECT_EQ(std::string(error.what()).rfind(directory.path(""), 0), 0U) << error.what();
     }
 }
 
