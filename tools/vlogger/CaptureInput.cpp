@@ -5,6 +5,7 @@
 #include <cerrno>
 #include <filesystem>
 #include <iostream>
+#include <stdexcept>
 #include <system_error>
 
 namespace tool {
@@ -22,8 +23,9 @@ CaptureInput::CaptureInput(const std::string& path) : name(path), stream(&file)
         stream = &std::cin;
     } else {
         file.open(path, std::ios::binary);
-        if (!file) {
-            throw std::system_error(errno, std::generic_category(), path);
+        // A directory can be opened, which shows only when it is read.
+        if (!file || std::filesystem::is_directory(path)) {
+            throw std::system_error(file ? EISDIR : errno, std::generic_category(), path);
         }
         std::error_code unknown;
         const auto size = std::filesystem::file_size(path, unknown);
@@ -38,6 +40,9 @@ bool CaptureInput::next(capture::CaptureFrame& frame)
         try {
             return reader->next(frame);
         } catch (const capture::CaptureError& error) {
+            if (stream->bad()) {
+                throw std::runtime_error(name + ": " + error.what());
+            }
             complain(error.what());
             if (!error.canContinue()) {
                 return false;

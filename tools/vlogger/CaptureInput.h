@@ -19,6 +19,7 @@ public:
     explicit CaptureInput(const std::string& path);
 
     /// @return false at the end
+    /// @throws std::runtime_error if the file cannot be read any further
     bool next(capture::CaptureFrame& frame);
 
     uint64_t unreadable() const { return errors; }

@@ -3,9 +3,12 @@
 #include "ExitCode.h"
 #include "FormatOption.h"
 #include "Progress.h"
+#include "StandardStreams.h"
+#include "Usage.h"
 
 #include <capture/CaptureError.h>
 
+#include <filesystem>
 #include <iostream>
 #include <memory>
 
@@ -22,12 +25,16 @@ struct Options
 
 void convert(const Options& options, Context& context)
 {
+    std::error_code unknown;
+    if (std::filesystem::equivalent(options.input, options.output, unknown)) {
+        throw WrongUsage("\"" + options.output + "\" is the file that is read; it would be lost");
+    }
     CaptureInput input(options.input);
     capture::CaptureFile output(options.output, chosenFormat(options.format, options.output),
                                 "vlogger " VLOGGER_VERSION);
     uint64_t frames = 0;
     uint64_t refused = 0;
-    {
+    try {
         Progress progress("converting");
         capture::CaptureFrame frame;
         while (input.next(frame)) {
@@ -40,6 +47,11 @@ void convert(const Options& options, Context& context)
             progress.update(frames, input.done());
         }
         output.finish();
+    } catch (const std::system_error& error) {
+        if (isReaderGone(options.output, error)) {
+            return;
+        }
+        throw;
     }
     input.remark();
     if (refused != 0) {

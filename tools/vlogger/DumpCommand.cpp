@@ -4,6 +4,7 @@
 #include "FrameText.h"
 #include "JsonText.h"
 #include "MonitorReader.h"
+#include "OptionCheck.h"
 
 #include <cstdio>
 #include <iostream>
@@ -82,6 +83,7 @@ void dump(const Options& options, Context& context)
     uint64_t shown = 0;
     uint64_t missed = 0;
     bool isFlushed = true;
+    bool hasLoggerGone = false;
     while (shown < options.count && std::cout) {
         wire::MonitorEvent event;
         const auto result = monitor.next(event, stop, isFlushed ? -1 : 0);
@@ -89,6 +91,7 @@ void dump(const Options& options, Context& context)
             std::cout.flush();
             isFlushed = true;
         } else if (result != MonitorReader::Result::EVENT) {
+            hasLoggerGone = result == MonitorReader::Result::ENDED;
             break;
         } else if (event.dropped != 0) {
             missed += event.dropped;
@@ -101,7 +104,10 @@ void dump(const Options& options, Context& context)
         }
     }
     std::cout.flush();
-    context.exitCode = missed == 0 ? SUCCESS : LOSS;
+    if (hasLoggerGone) {
+        std::cerr << "vlogger: the virtual logger has gone" << std::endl;
+    }
+    context.exitCode = hasLoggerGone ? FAILURE : missed != 0 ? LOSS : SUCCESS;
 }
 
 } // namespace
@@ -111,7 +117,9 @@ void addDump(CLI::App& app, Context& context)
     const auto options = std::make_shared<Options>();
     CLI::App* const command = app.add_subcommand("dump", "Show the frames that cross the buses");
     command->add_option("FILTER", options->filters, "can0 | can0,ID:MASK | can0,ID~MASK | any,…; none: everything");
-    command->add_option("-n,--count", options->count, "End after so many frames")->type_name("N");
+    command->add_option("-n,--count", options->count, "End after so many frames")
+        ->check(wholeNumber(1))
+        ->type_name("N");
     command->add_option("-t,--time", options->time, "Time: a absolute, d since the last frame, z since the first")
         ->check(CLI::IsMember({"a", "d", "z"}))
         ->type_name("a|d|z");
@@ -121,10 +129,11 @@ void addDump(CLI::App& app, Context& context)
     command->footer(
         "\nA frame shows once per channel: as sent by one, as received by every other on its bus.\n"
         "A filter matches if identifier & MASK is ID & MASK; with ~ if not. An ID of eight digits is a\n"
-        "29-bit identifier.\n"
+        "29-bit identifier. Of several behind one channel one has to match; with j at the end, all.\n"
         "\nExamples:\n"
         "  vlogger dump -t a -x\n"
         "  vlogger dump can0 can1,100:7F0,18FEF100:1FFFFF00\n"
+        "  vlogger dump can0,123~7FF,456~7FF,j\n"
         "  vlogger dump -L can3 > can3.log\n");
     command->callback([options, &context] { dump(*options, context); });
 }

@@ -53,7 +53,11 @@ FilterSet::FilterSet(const std::vector<std::string>& texts)
                              "\" is no channel (can0 to can255, any)");
         }
         for (size_t i = 1; i < parts.size(); ++i) {
-            entry.rules.push_back(parseRule(parts[i]));
+            if (parts[i] == "j" || parts[i] == "J") {
+                entry.isJoined = true;
+            } else {
+                entry.rules.push_back(parseRule(parts[i]));
+            }
         }
         watched |= entry.channels;
     }
@@ -86,10 +90,12 @@ bool FilterSet::shows(uint8_t channel, const capture::CandumpFrame& frame) const
     const uint32_t word = frame.id | (frame.isExtended ? EXTENDED_FLAG : 0) |
                           (frame.kind == capture::FrameKind::REMOTE ? REMOTE_FLAG : 0);
     return std::ranges::any_of(entries, [&](const Entry& entry) {
+        const auto matches = [word](const Rule& rule) {
+            return ((word & rule.mask) == (rule.value & rule.mask)) != rule.isInverted;
+        };
         return entry.channels.test(channel) &&
-               (entry.rules.empty() || std::ranges::any_of(entry.rules, [&](const Rule& rule) {
-                    return ((word & rule.mask) == (rule.value & rule.mask)) != rule.isInverted;
-                }));
+               (entry.rules.empty() || (entry.isJoined ? std::ranges::all_of(entry.rules, matches)
+                                                       : std::ranges::any_of(entry.rules, matches)));
     });
 }
 

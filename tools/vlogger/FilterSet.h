@@ -10,6 +10,7 @@
 namespace tool {
 
 /// What a user wants to see: `can0`, `can0,123:7FF`, `can0,123:7FF,400:700`, `can0,123~7FF` (all but), `any,…`.
+/// `can0,123~7FF,456~7FF,j`: all parts have to match; otherwise one does.
 /// Identifiers of eight digits are 29-bit ones; their mask then tells them from the others, as 80000000 would.
 class FilterSet
 {
@@ -33,7 +34,8 @@ private:
     struct Entry
     {
         wire::ChannelSet channels;
-        std::vector<Rule> rules; ///< one of them has to match; none: everything does
+        std::vector<Rule> rules; ///< one of them has to match, or all; none: everything does
+        bool isJoined = false;   ///< all of them have to match
     };
 
     static Rule parseRule(const std::string& text);

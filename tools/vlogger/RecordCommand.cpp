@@ -4,8 +4,11 @@
 #include "FormatOption.h"
 #include "FrameText.h"
 #include "MonitorReader.h"
+#include "OptionCheck.h"
 #include "Progress.h"
+#include "StandardStreams.h"
 
+#include <algorithm>
 #include <chrono>
 #include <iostream>
 #include <limits>
@@ -16,12 +19,14 @@ namespace tool {
 
 namespace {
 
+constexpr uint64_t NO_LIMIT = std::numeric_limits<uint64_t>::max();
+
 struct Options
 {
     std::string file;
     std::vector<std::string> filters;
     std::string format;
-    uint64_t count = std::numeric_limits<uint64_t>::max();
+    uint64_t count = NO_LIMIT;
     double seconds = 0;
 };
 
@@ -41,13 +46,8 @@ public:
     /// @return false if the virtual logger has gone
     bool record(StopSignal& stop)
     {
-        const auto start = std::chrono::steady_clock::now();
-        const auto isOver = [&] {
-            return options.seconds > 0 &&
-                   std::chrono::steady_clock::now() - start >= std::chrono::duration<double>(options.seconds);
-        };
         Progress progress("recording");
-        while (taken < options.count && !isOver()) {
+        while (doneSoFar() < 1) {
             wire::MonitorEvent event;
             // What has come is written out before anything is waited for, so a kill loses the last frame at most.
             auto result = monitor.next(event, stop, 0);
@@ -55,7 +55,7 @@ public:
                 file.flush();
                 result = monitor.next(event, stop, LOOK_MS);
             }
-            progress.show(taken, -1);
+            progress.show(taken, hasEnd() ? doneSoFar() : -1);
             if (result == MonitorReader::Result::EVENT) {
                 take(event);
             } else if (result != MonitorReader::Result::QUIET) {
@@ -71,6 +71,21 @@ public:
     uint64_t framesMissed() const { return missed; }
 
 private:
+    using Clock = std::chrono::steady_clock;
+
+    bool hasEnd() const { return options.seconds > 0 || options.count != NO_LIMIT; }
+
+    /// 0 to 1, by what ends first.
+    double doneSoFar() const
+    {
+        if (taken >= options.count) {
+            return 1;
+        }
+        const double byCount = static_cast<double>(taken) / static_cast<double>(options.count);
+        const std::chrono::duration<double> passed = Clock::now() - start;
+        return std::clamp(options.seconds > 0 ? passed.count() / options.seconds : 0, byCount, 1.0);
+    }
+
     void take(const wire::MonitorEvent& event)
     {
         if (event.dropped != 0) {
@@ -90,6 +105,7 @@ private:
     }
 
     const Options& options;
+    const Clock::time_point start = Clock::now();
     FilterSet filters;
     MonitorReader monitor;
     capture::CaptureFile file;
@@ -107,6 +123,9 @@ void record(const Options& options, Context& context)
         isWhole = recorder.record(stop);
         recorder.finish();
     } catch (const std::system_error& error) {
+        if (isReaderGone(options.file, error)) {
+            return;
+        }
         std::cerr << "vlogger: recording ends after " << recorder.framesWritten()
                   << " frames, which can be read: " << error.what() << std::endl;
         context.exitCode = FAILURE;
@@ -117,7 +136,7 @@ void record(const Options& options, Context& context)
         std::cerr << ", " << recorder.framesMissed() << " missed";
     }
     std::cerr << (isWhole ? "" : "; the virtual logger has gone") << std::endl;
-    context.exitCode = recorder.framesMissed() != 0 ? LOSS : SUCCESS;
+    context.exitCode = !isWhole ? FAILURE : recorder.framesMissed() != 0 ? LOSS : SUCCESS;
 }
 
 } // namespace
@@ -126,17 +145,24 @@ void addRecord(CLI::App& app, Context& context)
 {
     const auto options = std::make_shared<Options>();
     CLI::App* const command = app.add_subcommand("record", "Record the frames that cross the buses");
-    command->add_option("FILE", options->file, "Capture to write; .pcapng: pcapng, everything else: candump log")
+    command
+        ->add_option("FILE", options->file,
+                     "Capture to write; .pcapng: pcapng, everything else: log; -: standard output")
         ->required()
         ->type_name("");
     command->add_option("FILTER", options->filters, "As for dump; none: everything");
     addFormatOption(*command, options->format);
-    command->add_option("-n,--count", options->count, "End after so many frames")->type_name("N");
-    command->add_option("--seconds", options->seconds, "End after so many seconds")->type_name("S");
+    command->add_option("-n,--count", options->count, "End after so many frames")
+        ->check(wholeNumber(1))
+        ->type_name("N");
+    command->add_option("--seconds", options->seconds, "End after so many seconds")
+        ->check(seconds(std::numeric_limits<double>::min()))
+        ->type_name("S");
     command->footer("\nEnds with Ctrl-C. The file can be read at any time and after any end.\n"
                     "\nExamples:\n"
                     "  vlogger record trip.pcapng\n"
-                    "  vlogger record trip.log can0 can2 --seconds 60\n");
+                    "  vlogger record trip.log can0 can2 --seconds 60\n"
+                    "  vlogger record --format pcapng - | wireshark -k -i -\n");
     command->callback([options, &context] { record(*options, context); });
 }
 

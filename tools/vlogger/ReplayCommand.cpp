@@ -4,6 +4,7 @@
 #include "ExitCode.h"
 #include "FrameText.h"
 #include "Injector.h"
+#include "OptionCheck.h"
 #include "Progress.h"
 #include "ReplaySchedule.h"
 #include "StopSignal.h"
@@ -11,6 +12,8 @@
 
 #include <sys/prctl.h>
 
+#include <algorithm>
+#include <cmath>
 #include <ctime>
 #include <iomanip>
 #include <iostream>
@@ -28,19 +31,29 @@ struct Options
     std::string speed = "1";
     uint64_t loops = 1;
     double from = 0;
-    double to = std::numeric_limits<double>::infinity();
+    std::optional<double> to;
     std::vector<std::string> map;
     bool asChannel = false;
 };
 
 /// Shorter waits are not interrupted for a look at the stop signal.
 constexpr std::chrono::milliseconds LOOK{100};
+/// Longer ones are, so that the terminal shows how far the work has come.
+constexpr std::chrono::milliseconds LOOK_MAX{500};
+/// Frames between two looks at the stop signal where nothing is waited for: one less than a power of two.
+constexpr uint64_t UNPACED_LOOK_MASK = 0x3F;
+constexpr double US_PER_SECOND = 1e6;
 
 std::chrono::nanoseconds now()
 {
     timespec time{};
     ::clock_gettime(CLOCK_MONOTONIC, &time);
     return std::chrono::seconds(time.tv_sec) + std::chrono::nanoseconds(time.tv_nsec);
+}
+
+uint64_t microseconds(double seconds)
+{
+    return static_cast<uint64_t>(std::llround(seconds * US_PER_SECOND));
 }
 
 double speedOf(const std::string& text)
@@ -65,10 +78,15 @@ class Replay
 {
 public:
     Replay(const Options& chosen, const LoggerClient& client)
-        : options(chosen), speed(speedOf(chosen.speed)), channels(chosen.map), injector(client, chosen.asChannel)
+        : options(chosen), speed(speedOf(chosen.speed)), fromUs(microseconds(chosen.from)),
+          toUs(chosen.to ? microseconds(*chosen.to) : std::numeric_limits<uint64_t>::max()), channels(chosen.map),
+          injector(client, chosen.asChannel)
     {
-        if (!(options.from >= 0) || !(options.to >= options.from)) {
-            throw WrongUsage("--from and --to are seconds behind the beginning of the capture, in this order");
+        if (options.to && *options.to < options.from) {
+            throw WrongUsage("--to lies before --from");
+        }
+        if (options.file == "-" && options.loops != 1) {
+            throw WrongUsage("--loop needs a file; standard input can be read once only");
         }
         // The kernel may put off the end of a wait by this; the default would show in every frame's time.
         ::prctl(PR_SET_TIMERSLACK, 1);
@@ -79,31 +97,13 @@ public:
     bool playOnce(StopSignal& stop)
     {
         CaptureInput input(options.file);
-        Progress progress("replaying");
-        const ReplaySchedule schedule(now(), speed);
-        std::optional<uint64_t> beginUs;
-        capture::CaptureFrame frame;
-        while (input.next(frame)) {
-            beginUs = beginUs.value_or(frame.frame.timestampUs);
-            const uint64_t placeUs = frame.frame.timestampUs - std::min(*beginUs, frame.frame.timestampUs);
-            const double place = static_cast<double>(placeUs) / 1e6;
-            if (place < options.from || place > options.to) {
-                continue;
-            }
-            const auto due = schedule.dueAt(placeUs - static_cast<uint64_t>(options.from * 1e6));
-            if ((schedule.isPaced() && !waitUntil(due, stop)) || ((sent & 0x3F) == 0 && stop.hasCome())) {
-                return false;
-            }
-            send(frame.frame);
-            if (schedule.isPaced()) {
-                lateness.add(now() - due);
-            }
-            progress.update(sent, input.done());
-        }
+        const bool isWhole = play(input, stop);
         input.remark();
         unreadable += input.unreadable();
-        return true;
+        return isWhole;
     }
+
+    uint64_t framesSent() const { return sent; }
 
     void finish() { injector.finish(); }
 
@@ -111,7 +111,7 @@ public:
     {
         std::cerr << "vlogger: " << sent << " frames sent in " << std::fixed << std::setprecision(3) << seconds
                   << " s";
-        if (speed == 0 && seconds > 0) {
+        if (speed == 0 && sent != 0) {
             std::cerr << ", " << static_cast<uint64_t>(static_cast<double>(sent) / seconds) << "/s";
         }
         std::cerr << std::endl;
@@ -127,6 +127,36 @@ public:
     }
 
 private:
+    bool play(CaptureInput& input, StopSignal& stop)
+    {
+        Progress progress("replaying");
+        const ReplaySchedule schedule(now(), speed);
+        std::optional<uint64_t> beginUs;
+        capture::CaptureFrame frame;
+        for (uint64_t read = 0; input.next(frame); ++read) {
+            if ((read & UNPACED_LOOK_MASK) == 0 && stop.hasCome()) {
+                return false;
+            }
+            beginUs = beginUs.value_or(frame.frame.timestampUs);
+            const uint64_t placeUs = frame.frame.timestampUs - std::min(*beginUs, frame.frame.timestampUs);
+            if (placeUs < fromUs || placeUs > toUs) {
+                continue;
+            }
+            if (!schedule.isPaced()) {
+                send(frame.frame);
+                progress.update(sent, input.done());
+                continue;
+            }
+            const auto due = schedule.dueAt(placeUs - fromUs);
+            if (!waitUntil(due, stop, [&] { progress.show(sent, input.done()); })) {
+                return false;
+            }
+            send(frame.frame);
+            lateness.add(now() - due);
+        }
+        return true;
+    }
+
     void send(const capture::CandumpFrame& frame)
     {
         const auto record = recordOf(frame, channels.channelOf(frame.interfaceName));
@@ -138,14 +168,21 @@ private:
         ++sent;
     }
 
+    /// @param look  called at the beginning and now and then
     /// @return false if the user has stopped it
-    static bool waitUntil(std::chrono::nanoseconds due, StopSignal& stop)
+    template <typename Look>
+    static bool waitUntil(std::chrono::nanoseconds due, StopSignal& stop, Look look)
     {
+        look();
         while (due - now() > LOOK) {
             const auto wait = std::chrono::duration_cast<std::chrono::milliseconds>(due - now() - LOOK / 2);
-            if (stop.wait(-1, static_cast<int>(std::min<int64_t>(wait.count(), 1000)))) {
+            if (stop.wait(-1, static_cast<int>(std::min(wait, LOOK_MAX).count()))) {
                 return false;
             }
+            look();
+        }
+        if (stop.hasCome()) {
+            return false;
         }
         const auto seconds = std::chrono::duration_cast<std::chrono::seconds>(due);
         const timespec time{.tv_sec = seconds.count(), .tv_nsec = (due - seconds).count()};
@@ -156,6 +193,8 @@ private:
 
     const Options& options;
     const double speed;
+    const uint64_t fromUs;
+    const uint64_t toUs;
     ChannelMap channels;
     Injector injector;
     Lateness lateness;
@@ -170,10 +209,11 @@ void replay(const Options& options, Context& context)
     const LoggerClient client(context.socket);
     Replay player(options, client);
     const auto start = now();
-    for (uint64_t loop = 0; options.loops == 0 || loop < options.loops; ++loop) {
-        if (!player.playOnce(stop)) {
-            break;
-        }
+    bool goesOn = true;
+    for (uint64_t loop = 0; goesOn && (options.loops == 0 || loop < options.loops); ++loop) {
+        const uint64_t sentBefore = player.framesSent();
+        // A capture without a frame to send would be read for ever.
+        goesOn = player.playOnce(stop) && player.framesSent() != sentBefore;
     }
     player.finish();
     context.exitCode = player.report(std::chrono::duration<double>(now() - start).count());
@@ -185,15 +225,22 @@ void addReplay(CLI::App& app, Context& context)
 {
     const auto options = std::make_shared<Options>();
     CLI::App* const command = app.add_subcommand("replay", "Send the frames of a capture at their times");
-    command->add_option("FILE", options->file, "Capture to send, candump log or pcapng")->required()->type_name("");
+    command->add_option("FILE", options->file, "Capture to send, candump log or pcapng; -: standard input")
+        ->required()
+        ->type_name("");
     command->add_option("--speed", options->speed, "Factor; max: as fast as the readers take them")
         ->type_name("X|max")
         ->capture_default_str();
     command->add_option("--loop", options->loops, "So many times; 0: until Ctrl-C")
+        ->check(wholeNumber(0))
         ->type_name("N")
         ->capture_default_str();
-    command->add_option("--from", options->from, "Seconds behind the beginning to start at")->type_name("S");
-    command->add_option("--to", options->to, "Seconds behind the beginning to end at")->type_name("S");
+    command->add_option("--from", options->from, "Seconds behind the beginning to start at")
+        ->check(seconds(0))
+        ->type_name("S");
+    command->add_option("--to", options->to, "Seconds behind the beginning to end at")
+        ->check(seconds(0))
+        ->type_name("S");
     command->add_option("--map", options->map, "Interface of the capture = channel, any number of times")
         ->type_name("can0=3")
         ->allow_extra_args(false);

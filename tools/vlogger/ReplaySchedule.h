@@ -1,5 +1,6 @@
 #pragma once
 
+#include <algorithm>
 #include <chrono>
 #include <cstdint>
 
@@ -21,12 +22,16 @@ public:
         if (speed == 0) {
             return start;
         }
-        return start + Instant(static_cast<int64_t>(static_cast<double>(sinceBeginUs) * 1000.0 / speed));
+        const double place = static_cast<double>(sinceBeginUs) * 1000.0 / speed;
+        return start + Instant(static_cast<int64_t>(std::min(place, FAR_NS)));
     }
 
     bool isPaced() const { return speed != 0; }
 
 private:
+    /// About thirty years: what is further away will not be waited for, and must not overflow.
+    static constexpr double FAR_NS = 1e18;
+
     Instant start;
     double speed;
 };

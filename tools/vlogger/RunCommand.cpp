@@ -39,6 +39,7 @@ struct Options
 int execute(const std::vector<std::string>& program, const sigset_t& mask)
 {
     std::vector<char*> arguments;
+    arguments.reserve(program.size() + 1);
     for (const std::string& argument : program) {
         arguments.push_back(const_cast<char*>(argument.c_str()));
     }

@@ -1,6 +1,7 @@
 #include "Commands.h"
 #include "ExitCode.h"
 #include "LoggerClient.h"
+#include "OptionCheck.h"
 #include "StatTable.h"
 #include "StopSignal.h"
 
@@ -78,12 +79,16 @@ void addStat(CLI::App& app, Context& context)
 {
     const auto options = std::make_shared<Options>();
     CLI::App* const command = app.add_subcommand("stat", "Count the frames on their way");
-    command->add_flag("-w,--watch", options->isWatch, "Again and again, until Ctrl-C");
+    CLI::Option* const watch = command->add_flag("-w,--watch", options->isWatch, "Again and again, until Ctrl-C");
     command->add_option("--every", options->everySeconds, "Seconds between two looks")
         ->check(CLI::Range(0.05, 3600.0))
+        ->needs(watch)
         ->type_name("S")
         ->capture_default_str();
-    command->add_option("-n,--count", options->count, "With --watch: end after so many looks")->type_name("N");
+    command->add_option("-n,--count", options->count, "With --watch: end after so many looks")
+        ->check(wholeNumber(1))
+        ->needs(watch)
+        ->type_name("N");
     command->add_flag("--json", options->isJson, "One JSON object per look");
     command->footer(
         "\nThe stages stand in the order in which a frame passes them: bus, device queue, stream of an\n"

@@ -1,5 +1,6 @@
 #include "Commands.h"
 #include "ExitCode.h"
+#include "StandardStreams.h"
 #include "Usage.h"
 
 #include <config/ConfigurationError.h>
@@ -56,15 +57,19 @@ int run(int argumentCount, char** arguments)
     try {
         app.parse(argumentCount, arguments);
     } catch (const CLI::ParseError& error) {
-        return app.exit(error) == 0 ? tool::SUCCESS : tool::WRONG_USAGE;
+        if (app.exit(error) != 0) {
+            return tool::WRONG_USAGE;
+        }
     }
-    return context.exitCode;
+    return tool::flushStandardOutput() ? context.exitCode
+                                       : report("standard output cannot be written", tool::FAILURE);
 }
 
 } // namespace
 
 int main(int argumentCount, char** arguments)
 {
+    tool::occupyStandardStreams();
     // A reader that has gone, such as `head`, shows when writing.
     std::signal(SIGPIPE, SIG_IGN);
     std::signal(SIGXFSZ, SIG_IGN);
