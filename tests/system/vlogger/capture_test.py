@@ -1,0 +1,89 @@
+#!/usr/bin/env python3
+"""The commands record, replay and convert."""
+
+import os
+import sys
+
+from bench import LIMIT_S, VLOGGER, Bench, generated_log, main
+
+
+class CaptureTest(Bench):
+    def replay_and_record(self, log, channels):
+        """Replays a log to an application and a recording; returns the recorded lines, without times."""
+        self.serve()
+        with open(log, encoding="utf-8") as file:
+            frames = [" ".join(line.split()[1:3]) for line in file if line.strip()]
+        application = self.receiver_of(frames)
+        recorder = self.record(self.path("out.pcapng"), *channels)
+        replayed = self.run_tool("replay", log, "--speed", "max")
+        out, _ = application.communicate(timeout=LIMIT_S)
+        self.assert_same_lines([line for line in out.splitlines() if line.startswith("can")], frames)
+        code, _, err = self.stop(recorder)
+        self.assertEqual(code, 0, err)
+        self.run_tool("convert", self.path("out.pcapng"), self.path("out.log"))
+        return [line.split(" ", 1)[1] for line in self.read("out.log").splitlines()], replayed.stderr
+
+    def test_generated_log_comes_back_frame_by_frame(self):
+        log = self.write("in.log", generated_log(30000))
+        lines, _ = self.replay_and_record(log, ("can0", "can2", "can4"))
+        self.assert_same_lines(lines, [line.split(" ", 1)[1] for line in self.read("in.log").splitlines()])
+
+    def test_recorded_log_comes_back_frame_by_frame(self):
+        log = os.environ.get("BUSINTERFACES_LOG")
+        if not log:
+            self.skipTest("BUSINTERFACES_LOG names no log")
+        with open(log, encoding="utf-8") as file:
+            expected = [line.split()[2] for line in file if line.strip()]
+        lines, report = self.replay_and_record(log, ("can0",))
+        self.assert_same_lines([line.split()[1] for line in lines], expected)
+        print(f"recorded log: {len(lines)} frames came back; {report.strip()}", file=sys.stderr)
+
+    def test_times_are_kept_and_lateness_is_said(self):
+        log = self.write("in.log", "(5.000000) can0 001#\n(5.200000) can0 002#\n(5.300000) can0 003#\n")
+        self.serve()
+        recorder = self.record(self.path("out.log"), "can7")
+        done = self.run_tool("replay", log, "--map", "can0=7", "--from", "0.1", "--speed", "2")
+        self.assertIn("2 frames sent", done.stderr)
+        self.assertIn("lateness mean", done.stderr)
+        self.stop(recorder)
+        times = [float(line[1:line.index(")")]) for line in self.read("out.log").splitlines()]
+        self.assertEqual(len(times), 2)
+        self.assertGreater(times[1] - times[0], 0.02)
+
+    def test_full_disk_ends_a_recording_with_a_readable_file(self):
+        self.serve()
+        limited = self.start("sh", "-c", f'ulimit -f 8; exec {VLOGGER} record {self.path("out.pcapng")}')
+        limited.stderr.readline()
+        self.run_tool("replay", self.write("in.log", generated_log(3000)), "--speed", "max")
+        _, err = limited.communicate(timeout=LIMIT_S)
+        self.assertEqual(limited.returncode, 1)
+        self.assertRegex(err, r"^vlogger: recording ends after \d+ frames, which can be read: .*File too large\n$")
+        self.run_tool("convert", self.path("out.pcapng"), self.path("out.log"))
+        self.assertIn(f"after {len(self.read('out.log').splitlines())} frames", err)
+
+    def test_killed_recording_has_every_frame_of_a_quiet_bus(self):
+        self.serve()
+        recorder = self.record(self.path("out.pcapng"), "can0")
+        self.run_tool("replay", self.write("in.log", generated_log(3000)), "--map", "can2=0", "--map", "can4=0",
+                      "--speed", "max")
+        while self.stages("monitor")[0]["waiting"]:
+            pass
+        self.run_tool("send", "can0", "7FF#")
+        size = -1
+        while size != os.path.getsize(self.path("out.pcapng")) or size < 3000 * 44:
+            size = os.path.getsize(self.path("out.pcapng"))
+        recorder.kill()
+        recorder.wait()
+        self.run_tool("convert", self.path("out.pcapng"), self.path("out.log"))
+        self.assertGreaterEqual(len(self.read("out.log").splitlines()), 3000)
+
+    def test_unreadable_places_are_said_and_skipped(self):
+        log = self.write("in.log", "(1.000000) can0 001#\nnonsense\n(2.000000) can0 002#AA R\n")
+        done = self.run_tool("convert", log, "-", code=3)
+        self.assertEqual(done.stdout, "(1.000000) can0 001#\n(2.000000) can0 002#AA\n")
+        self.assertEqual(done.stderr, f"vlogger: {log}: line 2: the line does not begin with a time stamp in "
+                                      "parentheses\nvlogger: 2 frames converted\n")
+
+
+if __name__ == "__main__":
+    main()

@@ -1,0 +1,66 @@
+#!/usr/bin/env python3
+"""Any party of a bench is killed."""
+
+from bench import LIMIT_S, VLOGGER, Bench, generated_log, main
+
+
+class KillTest(Bench):
+    def test_killed_clients_leave_nothing_behind(self):
+        self.serve()
+        log = self.write("in.log", generated_log(3000))
+        parties = (lambda: self.receiver(1, 0x123, 10 ** 9), lambda: self.sender(8, 0x123, 10 ** 9),
+                   lambda: self.start(VLOGGER, "dump"), lambda: self.record(self.path("out.pcapng")),
+                   lambda: self.start(VLOGGER, "replay", log, "--loop", "0", "--speed", "max"))
+        for begin in parties:
+            child = begin()
+            busy = self.start(VLOGGER, "replay", log, "--loop", "20", "--speed", "max")
+            child.kill()
+            child.wait()
+            _, err = busy.communicate(timeout=LIMIT_S)
+            self.assertEqual(busy.returncode, 0, err)
+            while self.stages("monitor") or self.stages("stream"):
+                pass
+        self.run_tool("convert", self.path("out.pcapng"), self.path("out.log"))
+
+    def test_recording_has_what_came_before_the_virtual_logger_was_killed(self):
+        logger = self.serve()
+        recorder = self.record(self.path("out.log"))
+        self.run_tool("send", "can0", "123#AA")
+        logger.kill()
+        _, err = recorder.communicate(timeout=LIMIT_S)
+        self.assertEqual(err, "vlogger: 2 frames recorded; the virtual logger has gone\n")
+        self.assertEqual(recorder.returncode, 1)
+        self.assertEqual(len(self.read("out.log").splitlines()), 2)
+
+    def test_every_tool_says_that_a_killed_virtual_logger_has_gone(self):
+        logger = self.serve()
+        dump = self.start(VLOGGER, "dump")
+        while not self.stages("monitor"):
+            pass
+        watch = self.start(VLOGGER, "stat", "--watch", "--every", "0.05")
+        replay = self.start(VLOGGER, "replay", self.write("in.log", generated_log(30)), "--loop", "0")
+        watch.stdout.readline()
+        dump.stdout.readline()
+        logger.kill()
+        for child in (dump, watch, replay):
+            _, err = child.communicate(timeout=LIMIT_S)
+            self.assertEqual(child.returncode, 1, err)
+            self.assertRegex(err, "^vlogger: .*\n$")
+
+    def test_applications_outlive_a_killed_virtual_logger_and_the_next_one_serves(self):
+        logger = self.serve()
+        receiver = self.receiver(1, 0x123, 10 ** 9)
+        sender = self.sender(0, 0x123, 10 ** 9)
+        logger.kill()
+        logger.wait()
+        self.assertEqual(sender.wait(LIMIT_S), 1, "a failed send is told to the application and no signal")
+        self.assertIsNone(receiver.poll())
+        self.serve()
+        third = self.receiver(1, 0x456, 1)
+        self.run_tool("send", "can0", "456#AA")
+        self.assertEqual(third.wait(LIMIT_S), 0)
+        self.assertIsNone(receiver.poll())
+
+
+if __name__ == "__main__":
+    main()

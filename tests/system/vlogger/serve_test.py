@@ -1,0 +1,61 @@
+#!/usr/bin/env python3
+"""The command serve, and who gets its socket."""
+
+import os
+import shutil
+import signal
+import subprocess
+
+from bench import LIMIT_S, VLOGGER, Bench, main
+
+
+class ServeTest(Bench):
+    def test_stops_cleanly_on_both_signals(self):
+        for stop in (signal.SIGINT, signal.SIGTERM):
+            child = self.serve()
+            child.send_signal(stop)
+            self.assertEqual(child.communicate(timeout=LIMIT_S), ("", ""))
+            self.assertEqual(child.returncode, 0)
+
+    def test_second_one_on_a_socket_is_refused(self):
+        self.serve()
+        second = self.run_tool("serve", code=1)
+        self.assertEqual(second.stdout, "")
+        self.assertIn("Address already in use", second.stderr)
+        self.run_tool("stat")
+
+    def test_of_two_started_at_once_one_serves(self):
+        both = [self.start(VLOGGER, "serve") for _ in range(2)]
+        lines = sorted(child.stdout.readline() for child in both)
+        self.assertEqual(lines, ["", f"vlogger: ready at {self.socket}\n"])
+        self.run_tool("stat")
+
+    def test_socket_of_a_killed_one_is_taken_over(self):
+        first = self.serve()
+        first.kill()
+        first.wait()
+        self.serve()
+        self.run_tool("stat")
+
+    def test_another_user_is_refused(self):
+        if os.getuid() != 0:
+            self.skipTest("only root can become another user")
+        self.serve()
+        for directory in (self.directory, os.path.dirname(self.socket)):
+            os.chmod(directory, 0o755)
+        os.chmod(self.socket, 0o777)
+        program = shutil.copy(VLOGGER, self.path("program"))
+        done = subprocess.run((program, "stat"), env=self.environment, capture_output=True, text=True,
+                              timeout=LIMIT_S, check=False, user=65534, group=65534)
+        self.assertEqual(done.returncode, 1, done.stderr)
+        self.assertIn("Permission denied", done.stderr)
+
+    def test_mistake_in_the_configuration_is_named(self):
+        file = self.write("bench.toml", "[board]\ntyp = 1\n")
+        mistake = f"{file}:2:1: unknown key \"typ\" in [board]; the nearest known name is \"type\"\n"
+        self.assertEqual(self.run_tool("serve", "--config", file, code=1).stderr, mistake)
+        self.assertEqual(self.run_tool("config", "check", file, code=1).stderr, mistake)
+
+
+if __name__ == "__main__":
+    main()

@@ -1,0 +1,149 @@
+#!/usr/bin/env python3
+"""Input, output and arguments of every command that are not what they should be."""
+
+import os
+import subprocess
+
+from bench import LIMIT_S, VLOGGER, Bench, generated_log, main
+
+
+class UsageTest(Bench):
+    def complaint(self, *arguments, code=2):
+        """The first line on standard error of a command that fails."""
+        return self.run_tool(*arguments, code=code).stderr.splitlines()[0]
+
+    def test_command_that_is_none_is_wrong_usage(self):
+        self.complaint("nonsense")
+        self.complaint()
+
+    def test_missing_argument_is_wrong_usage(self):
+        for command in ("send", "replay", "record", "convert", "run"):
+            self.assertRegex(self.complaint(command), "^[A-Z]+ is required$")
+
+    def test_negative_and_huge_counts_are_refused(self):
+        for count in ("-1", "0", "1.5", "99999999999999999999", "x"):
+            for command in (("dump",), ("record", self.path("out.log"))):
+                self.assertEqual(self.complaint(*command, "-n", count),
+                                 f'--count: "{count}" is not a whole number from 1 to 18446744073709551615')
+
+    def test_times_that_cannot_be_are_refused(self):
+        for time in ("-1", "nan", "inf", "1e300", "x"):
+            self.assertEqual(self.complaint("replay", self.path("in.log"), "--from", time),
+                             f'--from: "{time}" is not a number of seconds from 0 to 1000000000')
+        self.assertEqual(self.complaint("record", self.path("out.log"), "--seconds", "0"),
+                         '--seconds: "0" is not a number of seconds above 0, up to 1000000000')
+
+    def test_end_before_the_beginning_is_refused(self):
+        self.serve()
+        self.assertEqual(self.complaint("replay", self.write("in.log", ""), "--from", "2", "--to", "1"),
+                         "vlogger: --to lies before --from")
+
+    def test_speeds_that_cannot_be_are_refused(self):
+        self.serve()
+        log = self.write("in.log", "")
+        for speed in ("0", "-1", "nan", "inf", "1e7", "fast", "1x"):
+            self.assertEqual(self.complaint("replay", log, "--speed", speed),
+                             f'vlogger: speed "{speed}": it is neither a number above 0 nor max')
+
+    def test_count_of_looks_needs_watching(self):
+        self.assertEqual(self.complaint("stat", "-n", "3"), "--count requires --watch")
+        self.assertEqual(self.complaint("stat", "--every", "3"), "--every requires --watch")
+
+    def test_empty_frame_is_refused(self):
+        self.assertEqual(self.complaint("send", "can0", ""),
+                         "vlogger: a frame is empty; it is, for example, 123#DEADBEEF")
+
+    def test_directory_is_named_where_a_file_is_wanted(self):
+        self.serve()
+        for command in (("replay", self.directory), ("convert", self.directory, "-"),
+                        ("record", self.directory), ("config", "check", self.directory)):
+            self.assertEqual(self.complaint(*command, code=1), f"vlogger: {self.directory}: Is a directory")
+
+    def test_missing_file_is_named(self):
+        self.serve()
+        missing = self.path("none")
+        for command in (("replay", missing), ("convert", missing, "-"), ("record", missing + "/x"),
+                        ("config", "show", missing), ("serve", "--config", missing)):
+            self.assertIn("No such file or directory", self.complaint(*command, code=1))
+
+    def test_file_that_is_read_is_never_overwritten(self):
+        log = self.write("in.log", generated_log(3))
+        link = self.path("link.log")
+        os.symlink(log, link)
+        for output in (log, link):
+            self.assertEqual(self.complaint("convert", log, output),
+                             f'vlogger: "{output}" is the file that is read; it would be lost')
+        self.assertEqual(self.read("in.log"), generated_log(3))
+
+    def test_standard_input_is_read_once_only(self):
+        self.serve()
+        self.assertEqual(self.complaint("replay", "-", "--loop", "2"),
+                         "vlogger: --loop needs a file; standard input can be read once only")
+        self.assertIn("3 frames sent", self.run_tool("replay", "-", input=generated_log(3)).stderr)
+
+    def test_endless_replay_of_nothing_ends(self):
+        self.serve()
+        for text in ("", "(1.000000) can0 20000004#0000000000000000\n"):
+            done = self.run_tool("replay", self.write("in.log", text), "--loop", "0", "--speed", "max")
+            self.assertIn("0 frames sent", done.stderr)
+
+    def test_replay_that_waits_for_years_ends_at_once(self):
+        self.serve()
+        log = self.write("in.log", "(1.000000) can0 001#\n(99999999999.000000) can0 002#\n")
+        dump = self.start(VLOGGER, "dump", "can0")
+        while not self.stages("monitor"):
+            pass
+        for speed in ("1", "1e-300"):
+            child = self.start(VLOGGER, "replay", log, "--speed", speed)
+            self.assertEqual(dump.stdout.readline(), "  can0  001   [0]\n")
+            code, _, err = self.stop(child)
+            self.assertEqual(code, 0)
+            self.assertIn("1 frames sent", err)
+
+    def test_last_line_without_its_end_and_foreign_line_ends_are_read(self):
+        for text in ("(1.000000) can0 001#\n(2.000000) can0 002#", "(1.000000) can0 001#\r\n(2.000000) can0 002#\r\n"):
+            done = self.run_tool("convert", "-", "-", input=text)
+            self.assertEqual(done.stdout, "(1.000000) can0 001#\n(2.000000) can0 002#\n")
+
+    def test_empty_capture_is_converted_to_an_empty_one(self):
+        self.run_tool("convert", self.write("in.log", ""), self.path("out.pcapng"))
+        done = self.run_tool("convert", self.path("out.pcapng"), "-")
+        self.assertEqual((done.stdout, done.stderr), ("", "vlogger: 0 frames converted\n"))
+
+
+class StandardOutputTest(Bench):
+    COMMANDS = (("config", "show"), ("config", "keys"), ("stat",), ("stat", "--json"), ("--help",), ("--version",))
+
+    def test_full_one_is_a_failure(self):
+        self.serve()
+        for command in self.COMMANDS:
+            with open("/dev/full", "w", encoding="utf-8") as full:
+                done = subprocess.run((VLOGGER, *command), env=self.environment, stdout=full, stderr=subprocess.PIPE,
+                                      text=True, timeout=LIMIT_S, check=False)
+            self.assertEqual((done.returncode, done.stderr), (1, "vlogger: standard output cannot be written\n"))
+
+    def test_closed_one_is_a_failure(self):
+        self.serve()
+        for command in self.COMMANDS:
+            done = subprocess.run(("sh", "-c", 'exec "$@" >&-', "sh", VLOGGER, *command), env=self.environment,
+                                  stderr=subprocess.PIPE, text=True, timeout=LIMIT_S, check=False)
+            self.assertEqual((done.returncode, done.stderr), (1, "vlogger: standard output cannot be written\n"))
+
+    def test_reader_that_has_seen_enough_is_no_failure(self):
+        self.serve()
+        log = self.write("in.log", generated_log(30000))
+        for command in (("convert", log, "-"), ("dump",), ("record", "-")):
+            child = self.start(VLOGGER, *command)
+            if command[0] != "convert":
+                while not self.stages("monitor"):
+                    pass
+                self.run_tool("replay", log, "--speed", "max")
+            child.stdout.readline()
+            child.stdout.close()
+            while child.poll() is None and command[0] != "convert":
+                self.run_tool("send", "can0", "123#")
+            self.assertEqual(child.wait(LIMIT_S), 0, command)
+
+
+if __name__ == "__main__":
+    main()
