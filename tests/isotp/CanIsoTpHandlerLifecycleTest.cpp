@@ -2,6 +2,7 @@
 
 #include <support/CapturedOutput.h>
 #include <support/PipeCalls.h>
+#include <support/ProcessResources.h>
 
 #include <vqtrace/SystemMessage.h>
 #include <vqutil/VQException.h>
@@ -10,7 +11,6 @@
 #include <stdexcept>
 #include <utility>
 
-#include <dirent.h>
 #include <fcntl.h>
 #include <sys/resource.h>
 #include <unistd.h>
@@ -20,18 +20,9 @@ REVEAL_MEMBER(SeparationTime, CanIsoTpHandler, separationTime);
 REVEAL_MEMBER(BlockSize, CanIsoTpHandler, blockSize);
 REVEAL_MEMBER(SendCursor, CanIsoTpHandler, sendCursor);
 
-namespace {
+using processresources::openDescriptors;
 
-size_t openDescriptors()
-{
-    size_t count = 0;
-    DIR* const directory = opendir("/proc/self/fd");
-    while (readdir(directory) != nullptr) {
-        ++count;
-    }
-    closedir(directory);
-    return count;
-}
+namespace {
 
 class CanIsoTpHandlerLifecycleTest : public testing::Test
 {
