@@ -14,8 +14,10 @@
 #include <atomic>
 #include <chrono>
 #include <cstring>
+#include <thread>
 #include <vector>
 
+#include <sys/select.h>
 #include <unistd.h>
 
 namespace {
@@ -115,14 +117,82 @@ void isoTpMessage(benchmark::State& state)
     state.SetItemsProcessed(state.iterations());
 }
 
-void isoTpReassembly(benchmark::State& state)
+constexpr size_t LARGEST_MESSAGE_BYTES = 4095;
+
+/// The frames of the largest message, as the bus delivers them.
+std::vector<CANExtTraceMessage> framesOfLargestMessage()
 {
-    constexpr size_t MESSAGE_BYTES = 4095;
-    Receiver receiver;
     std::vector<CANExtTraceMessage> frames{frameTo(SENDER_ID, {0x1F, 0xFF, 1, 2, 3, 4, 5, 6})};
-    for (size_t i = 1; i <= consecutiveFramesOf(MESSAGE_BYTES); ++i) {
+    for (size_t i = 1; i <= consecutiveFramesOf(LARGEST_MESSAGE_BYTES); ++i) {
         frames.push_back(frameTo(SENDER_ID, {static_cast<uint8_t>(0x20 + i % 16), 1, 2, 3, 4, 5, 6, 7}));
     }
+    return frames;
+}
+
+constexpr bool FOR_READING = true;
+constexpr bool FOR_WRITING = false;
+
+void waitFor(int fd, bool forReading)
+{
+    fd_set watched;
+    FD_ZERO(&watched);
+    FD_SET(fd, &watched);
+    timeval limit{1, 0};
+    benchmark::DoNotOptimize(
+        select(fd + 1, forReading ? &watched : nullptr, forReading ? nullptr : &watched, nullptr, &limit));
+}
+
+/// What no reassembly can do without: each frame's payload joins the message.
+void isoTpReassemblyCopy(benchmark::State& state)
+{
+    const std::vector<CANExtTraceMessage> frames = framesOfLargestMessage();
+    for (auto _ : state) {
+        std::vector<uint8_t> message;
+        message.reserve(LARGEST_MESSAGE_BYTES);
+        for (const CANExtTraceMessage& frame : frames) {
+            message.insert(message.end(), frame.data + 1, frame.data + frame.length);
+            benchmark::DoNotOptimize(message.data());
+        }
+    }
+    state.SetItemsProcessed(state.iterations() * static_cast<int64_t>(frames.size()));
+}
+
+/// The same with what the protocol's time limit costs: after every frame the worker, a thread that waits at the other
+/// end of a pipe, is told to start its wait again.
+void isoTpReassemblyCommand(benchmark::State& state)
+{
+    int ends[2];
+    if (pipe(ends) != 0) {
+        state.SkipWithError("no pipe");
+        return;
+    }
+    std::thread worker([readEnd = ends[0]] {
+        char command = 0;
+        do {
+            waitFor(readEnd, FOR_READING);
+        } while (read(readEnd, &command, 1) == 1);
+    });
+    const std::vector<CANExtTraceMessage> frames = framesOfLargestMessage();
+    for (auto _ : state) {
+        std::vector<uint8_t> message;
+        message.reserve(LARGEST_MESSAGE_BYTES);
+        for (const CANExtTraceMessage& frame : frames) {
+            message.insert(message.end(), frame.data + 1, frame.data + frame.length);
+            benchmark::DoNotOptimize(message.data());
+            waitFor(ends[1], FOR_WRITING);
+            benchmark::DoNotOptimize(write(ends[1], "i", 1));
+        }
+    }
+    close(ends[1]);
+    worker.join();
+    close(ends[0]);
+    state.SetItemsProcessed(state.iterations() * static_cast<int64_t>(frames.size()));
+}
+
+void isoTpReassembly(benchmark::State& state)
+{
+    Receiver receiver;
+    const std::vector<CANExtTraceMessage> frames = framesOfLargestMessage();
     for (auto _ : state) {
         for (const CANExtTraceMessage& frame : frames) {
             receiver.handler.vqpBusProxyCb(&frame, {}, {});
@@ -180,6 +250,8 @@ void separationTimes(benchmark::internal::Benchmark* benchmark)
 
 BENCHMARK(isoTpCopy)->ArgName("bytes")->Arg(7)->Arg(100)->Arg(4095)->UseRealTime();
 BENCHMARK(isoTpMessage)->ArgName("bytes")->Arg(7)->Arg(100)->Arg(4095)->UseRealTime();
+BENCHMARK(isoTpReassemblyCopy);
+BENCHMARK(isoTpReassemblyCommand);
 BENCHMARK(isoTpReassembly);
 BENCHMARK(separationTimeBareSleep)->Apply(separationTimes);
 BENCHMARK(separationTimeSleep)->Apply(separationTimes);
