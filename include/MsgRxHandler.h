@@ -199,11 +199,11 @@ private:
 
     /// Whoever registered: the audience of state changes.
     std::set<MsgRxHandlerCb*> receivers VQ_GUARDED_BY(receiverMutex);
-    /// Channel, identifier key, receivers. Entries are never removed, so the sets keep their addresses.
+    /// Channel, identifier key, receivers. Entries are never removed.
     std::map<unsigned char, std::map<unsigned int, std::set<MsgRxHandlerCb*>>>
         channelReceivers VQ_GUARDED_BY(receiverMutex);
 
-    /// The sets of `channelReceivers`, for the receive thread, which looks them up without the lock.
+    /// What `channelReceivers` holds, for the receive thread, which looks the receivers up without the lock.
     const std::unique_ptr<ReceiverIndex> index;
     /// The destructor has come this far; whoever waited for a lock gets nothing done.
     std::atomic<bool> ended{false};

@@ -28,6 +28,20 @@ size_t lengthOf(const unsigned char* begin, const unsigned char* end)
     return end > begin ? static_cast<size_t>(end - begin) : 0;
 }
 
+/// Hands a CAN frame record to its receivers, as MsgRxHandler::informMessageReceivers() does with the set of them.
+/// Inline, because it runs for every record.
+inline void dispatch(const ReceiverIndex& index, Mutex& receiverMutex, const unsigned char* record, size_t length)
+{
+    // No lock for the look-up: the index only grows, and a list stays where it is.
+    const ReceiverList* const receivers = index.find(canrecord::channelOf(record), canrecord::keyOf(record));
+    if (receivers == nullptr) {
+        return;
+    }
+    __builtin_prefetch(receivers); // arrives while the lock is taken
+    const MutexLock lock(receiverMutex);
+    receivers->forEach([&](MsgRxHandlerCb& receiver) { receiver.onRawReceived(record, length); });
+}
+
 } // namespace
 
 void MsgRxHandler::threadCode()
@@ -83,17 +97,19 @@ void MsgRxHandler::processMessages(TraceMessageBuffer& buffer)
 {
     const bool isExtensionDevice = buffer.name.find("fpgac") != std::string::npos;
     const uint64_t offset = isExtensionDevice ? fpgacOffset : fpgabOffset;
+    const ReceiverIndex& receiverIndex = *index;
     try {
         unsigned char* begin = nullptr;
         unsigned char* end = nullptr;
         while (buffer.getNextMessage(begin, end)) {
-            const size_t length = lengthOf(begin, end);
-            if (length < canrecord::TYPE_END || canrecord::typeOf(begin) != canrecord::CAN_FRAME_TYPE ||
+            unsigned char* const record = begin;
+            const size_t length = lengthOf(record, end);
+            if (length < canrecord::TYPE_END || canrecord::typeOf(record) != canrecord::CAN_FRAME_TYPE ||
                 length < canrecord::MIN_BYTES) {
                 continue;
             }
-            canrecord::setTime(begin, canrecord::timeOf(begin) + offset);
-            processCanMessage(begin, end);
+            canrecord::setTime(record, canrecord::timeOf(record) + offset);
+            dispatch(receiverIndex, receiverMutex, record, length);
         }
     } catch (const VQException& exception) {
         // The records behind the one at fault wait in the buffer for the next read.
@@ -107,23 +123,14 @@ void MsgRxHandler::processCanMessage(const unsigned char* begin, const unsigned 
     if (length < canrecord::MIN_BYTES) {
         return;
     }
-    // No lock for the look-up: the index only grows, and a set stays where it is.
-    if (const auto* const set = index->find(canrecord::channelOf(begin), canrecord::keyOf(begin))) {
-        informMessageReceivers(*set, begin, length);
-    }
+    dispatch(*index, receiverMutex, begin, length);
 }
 
 void MsgRxHandler::informMessageReceivers(const std::set<MsgRxHandlerCb*>& set, const unsigned char* data,
                                           size_t length)
 {
     const MutexLock lock(receiverMutex);
-    // Counted, because the step behind the last member, a call into the tree's code, is most of the walk in the
-    // usual set of one.
-    auto receiver = set.begin();
-    for (size_t left = set.size(); left > 0; --left) {
-        (*receiver)->onRawReceived(data, length);
-        if (left > 1) {
-            ++receiver;
-        }
+    for (MsgRxHandlerCb* const receiver : set) {
+        receiver->onRawReceived(data, length);
     }
 }

@@ -47,7 +47,9 @@ void MsgRxHandler::unregisterReceiver(MsgRxHandlerCb* receiver)
     receivers.erase(receiver);
     for (auto& [channel, entries] : channelReceivers) {
         for (auto& [key, entry] : entries) {
-            entry.erase(receiver);
+            if (entry.erase(receiver) != 0) {
+                index->publish(channel, key, entry);
+            }
         }
         // Meant so: the channel falls silent for everybody, whoever is still registered, until somebody registers.
         activateDeviceByCanChannel(channel, false);
