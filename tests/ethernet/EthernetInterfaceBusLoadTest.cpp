@@ -26,11 +26,6 @@ protected:
         failing::skipPauses();
         sut->logLevel = 0;
     }
-    ~EthernetInterfaceBusLoadTest() override
-    {
-        sut.reset();
-        vqhost::setEpochClock(nullptr);
-    }
 
     /// Counted passes that the test makes itself, without a thread.
     void countPasses(size_t passes)
