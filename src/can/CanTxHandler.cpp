@@ -2,6 +2,7 @@
 
 #include <LogLine.h>
 #include <can/CanDevices.h>
+#include <can/ProcessObject.h>
 
 #include <vqio/PIE.h>
 #include <vqutil/writeAll.h>
@@ -21,11 +22,7 @@ namespace {
 
 constexpr std::string_view CLASS_NAME = "CanTxHandler";
 
-/// Held by the one thread that creates the instance; the others wait for its open().
-constinit Mutex creationMutex;
-
-/// Where the storage of the destroyed instance stays reachable until the process has gone.
-constinit std::atomic<void*> retiredStorage{nullptr};
+constinit ProcessObject processObject;
 
 } // namespace
 
@@ -53,18 +50,12 @@ CanTxHandler* CanTxHandler::getInstance(bool useOSync)
     static const std::ios_base::Init streams;
     static const Monitor monitor;
 
-    if (CanTxHandler* const instance = pInstance.load(std::memory_order_acquire)) {
-        return instance;
-    }
-    const MutexLock lock(creationMutex);
-    CanTxHandler* instance = pInstance.load(std::memory_order_relaxed);
-    if (instance == nullptr) {
-        instance = new CanTxHandler(useOSync);
+    return processObject.getOrCreate(pInstance, [useOSync] {
+        auto* const instance = new CanTxHandler(useOSync);
+        // Before anybody else gets the object: nobody can meet a transmitter whose devices are about to be opened.
         static_cast<void>(instance->open());
-        // Published only now: nobody can meet a transmitter whose devices are about to be opened.
-        pInstance.store(instance, std::memory_order_release);
-    }
-    return instance;
+        return instance;
+    });
 }
 
 CanTxHandler::CanTxHandler(bool withOSync) : useOSync(withOSync) {}
@@ -85,7 +76,7 @@ void* CanTxHandler::operator new(std::size_t size)
 
 void CanTxHandler::operator delete(void* storage) noexcept
 {
-    retiredStorage.store(storage);
+    processObject.retire(storage);
 }
 
 int CanTxHandler::open()

@@ -3,6 +3,7 @@
 #include <LogLine.h>
 #include <can/CanDevices.h>
 #include <can/MsgRxHandlerDevice.h>
+#include <can/ProcessObject.h>
 #include <can/ReceiverIndex.h>
 
 #include <vqio/PIE.h>
@@ -18,11 +19,7 @@ namespace {
 
 constexpr std::string_view CLASS_NAME = "MsgRxHandler";
 
-/// Held by the one thread that creates the instance.
-constinit Mutex creationMutex;
-
-/// Where the storage of the destroyed instance stays reachable until the process has gone.
-constinit std::atomic<void*> retiredStorage{nullptr};
+constinit ProcessObject processObject;
 
 } // namespace
 
@@ -48,16 +45,7 @@ MsgRxHandler* MsgRxHandler::getInstance()
     static const std::ios_base::Init streams;
     static const Monitor monitor;
 
-    if (MsgRxHandler* const instance = pInstance.load(std::memory_order_acquire)) {
-        return instance;
-    }
-    const MutexLock lock(creationMutex);
-    MsgRxHandler* instance = pInstance.load(std::memory_order_relaxed);
-    if (instance == nullptr) {
-        instance = new MsgRxHandler;
-        pInstance.store(instance, std::memory_order_release);
-    }
-    return instance;
+    return processObject.getOrCreate(pInstance, [] { return new MsgRxHandler; });
 }
 
 MsgRxHandler::MsgRxHandler() : index(std::make_unique<ReceiverIndex>())
@@ -99,7 +87,7 @@ void* MsgRxHandler::operator new(std::size_t size)
 
 void MsgRxHandler::operator delete(void* storage) noexcept
 {
-    retiredStorage.store(storage);
+    processObject.retire(storage);
 }
 
 void MsgRxHandler::setOnline()
