@@ -169,6 +169,37 @@ TEST_F(CanIsoTpHandlerFlowControlTest, WaitKeepsWaitingAndRestartsTheLimit)
     EXPECT_EQ(sent(), (std::vector<int>{1, 2}));
 }
 
+TEST_F(CanIsoTpHandlerFlowControlTest, WaitStoresItsSeparationTime)
+{
+    beginTransfer(2);
+    peerSendsPadded({0x31, 0, 0xF5});
+    sut.sleepSeparationTime();
+    EXPECT_EQ(SleepCalls::instance().sleeps.all(), std::vector<useconds_t>{500});
+}
+
+TEST_F(CanIsoTpHandlerFlowControlTest, WaitStoresItsBlockSize)
+{
+    beginTransfer(2);
+    peerSendsPadded({0x31, 2, 0});
+    transmitter.frames.clear();
+    sut.sendFlowControl(CAN_STANDARD, Handler::FS_CTS);
+    EXPECT_EQ(sentFrames(), Frames{padded({0x30, 2, 0})});
+}
+
+TEST_F(CanIsoTpHandlerFlowControlTest, FlowControlAfterItsTimeHasPassedIsUnexpected)
+{
+    beginTransfer(2);
+    sut.handleTimeout();
+    peerSendsPadded({0x30, 0, 0});
+    carryOut();
+    EXPECT_EQ(events(), (Events{errorEvent(2, "RX timeout error"),
+                                errorEvent(1, "type of received frame != expected frame type")}));
+    EXPECT_TRUE(sent().empty());
+    send({0xAB});
+    carryOut();
+    EXPECT_EQ(sentFrames().back(), padded({0x01, 0xAB}));
+}
+
 TEST_F(CanIsoTpHandlerFlowControlTest, OverflowAborts)
 {
     beginTransfer(2);

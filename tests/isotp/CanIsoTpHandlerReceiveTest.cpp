@@ -308,6 +308,38 @@ TEST_P(ReceivedDlcTest, LastConsecutiveFrame)
     }
 }
 
+TEST_P(ReceivedDlcTest, FirstFrameIsTakenWithAnyDlc)
+{
+    for (size_t dlc = address + 2; dlc <= 8; ++dlc) {
+        callback.events.clear();
+        Bytes first = frame({0x10, 9}, 8);
+        first.resize(dlc);
+        peerSends(first);
+        peerSends(frame({0x21}, minimal ? address + 4 + address : 8));
+        ASSERT_EQ(callback.events.count(), 1U) << dlc;
+        const Bytes message = events().front().message;
+        ASSERT_EQ(message.size(), 9U) << dlc;
+        // What the frame did not bring counts as zero.
+        for (size_t i = 0; i < 6 - address; ++i) {
+            const size_t at = address + 2 + i;
+            EXPECT_EQ(message[i], at < dlc ? at : 0) << i << " in " << dlc;
+        }
+        carryOut();
+    }
+}
+
+TEST_P(ReceivedDlcTest, FullConsecutiveFrameIsTakenWithAnyDlc)
+{
+    for (size_t dlc = address + 1; dlc <= 8; ++dlc) {
+        callback.events.clear();
+        peerSends(frame({0x10, static_cast<uint8_t>(6 - address + 7 - address)}, 8));
+        peerSends(frame({0x21}, dlc));
+        ASSERT_EQ(callback.events.count(), 1U) << dlc;
+        EXPECT_EQ(events().front().message.size(), 13U - 2 * address) << dlc;
+        carryOut();
+    }
+}
+
 INSTANTIATE_TEST_SUITE_P(AddressingAndDlcMode, ReceivedDlcTest,
                          testing::Combine(testing::Values(uint8_t{0}, uint8_t{1}),
                                           testing::Values(uint8_t{0}, uint8_t{1})));
@@ -366,6 +398,43 @@ TEST_F(CanIsoTpHandlerReceiveTest, SingleFrameWhileFlowControlIsDueAbortsTheTran
     EXPECT_EQ(sentFrames().size(), 1U);
     EXPECT_EQ(events().back(), UNEXPECTED);
     EXPECT_EQ(expectation(), Handler::EXPECT_SF_OR_FF);
+}
+
+TEST_F(CanIsoTpHandlerReceiveTest, ConsecutiveFrameWhileFlowControlIsDueAbortsTheTransfer)
+{
+    send(counting(20));
+    carryOut();
+    EXPECT_EQ(
+        errorsOf(padded({0x21})),
+        "[ERROR] CanIsoTpHandler::showExpectedError: received consecutive frame but expected first or single "
+        "frame\n"
+        "[DEBUG] CanIsoTpHandler::showExpectedError: raw message:  0x000007e8 8  0x33 0x00 0x00 0x00 0x00 0x00 "
+        "0x00 0x00\n"
+        "[ERROR] CanIsoTpHandler::abortProcessing: error = type of received frame != expected frame type\n");
+    EXPECT_EQ(events(), Events{UNEXPECTED});
+    EXPECT_TRUE(sut.sendQueueEmpty());
+}
+
+TEST_F(CanIsoTpHandlerReceiveTest, FirstFrameWhileFlowControlWasGrantedAbortsTheTransfer)
+{
+    send(counting(20));
+    carryOut();
+    peerSendsPadded({0x30, 0, 0}); // the burst is due
+    firstFrameOf20Bytes();
+    carryOut();
+    EXPECT_EQ(events(), Events{UNEXPECTED});
+    EXPECT_EQ(sentFrames().size(), 1U);
+    EXPECT_EQ(expectation(), Handler::EXPECT_SF_OR_FF);
+}
+
+TEST_F(CanIsoTpHandlerReceiveTest, ConsecutiveFrameAfterItsTimeHasPassedIsUnexpected)
+{
+    firstFrameOf20Bytes();
+    sut.handleTimeout();
+    peerSends({0x21, 7, 8, 9, 10, 11, 12, 13});
+    EXPECT_EQ(events(), (Events{errorEvent(2, "RX timeout error"), UNEXPECTED}));
+    peerSendsPadded({0x01, 5});
+    EXPECT_EQ(events().back(), messageEvent({5}));
 }
 
 TEST_F(CanIsoTpHandlerReceiveTest, FirstFrameWhileFlowControlIsDueAbortsTheTransfer)
@@ -448,6 +517,15 @@ TEST_F(CanIsoTpHandlerReceiveTest, FrameAboveEightBytesThrowsAndChangesNothing)
         EXPECT_STREQ(failure.what(), "CANTraceMessageBase too long");
     }
     EXPECT_EQ(expectation(), Handler::EXPECT_CF);
+    EXPECT_TRUE(events().empty());
+}
+
+TEST_F(CanIsoTpHandlerReceiveTest, LongFrameWithAnotherIdentifierOrTypeIsIgnored)
+{
+    const CANExtTraceMessage otherId = canFrame(Bytes(9, 0x21), RX_ID + 1);
+    const CANExtTraceMessage otherType = canFrame(Bytes(64, 0x21), RX_ID, CAN_FD_STANDARD);
+    EXPECT_NO_THROW(sut.vqpBusProxyCb(&otherId, "", ""));
+    EXPECT_NO_THROW(sut.vqpBusProxyCb(&otherType, "", ""));
     EXPECT_TRUE(events().empty());
 }
 

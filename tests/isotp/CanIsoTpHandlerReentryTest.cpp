@@ -274,6 +274,39 @@ TEST_F(CanIsoTpHandlerReentryTest, ErrorInsideACallbackIsReportedInsideIt)
     EXPECT_EQ(expectation(), Handler::EXPECT_SF_OR_FF);
 }
 
+TEST_F(CanIsoTpHandlerReentryTest, AbortInsideTheMessageCallbackEndsTheReceptionSilently)
+{
+    callback.onMessage = [&](const CANTransportTraceMessage&) {
+        send({0xAB}); // dropped by the abort
+        sut.abortProcessing(Handler::ERR_OVERFLOW);
+        EXPECT_EQ(expectation(), Handler::EXPECT_SF_OR_FF);
+    };
+    peerSends({0x10, 8, 1, 2, 3, 4, 5, 6});
+    peerSendsPadded({0x21, 7, 8});
+    EXPECT_EQ(events(), (Events{messageEvent(counting(8)), WAIT_FOR_SOME_FRAME,
+                                errorEvent(3, "other side report overflow error")}));
+    EXPECT_EQ(pendingCommands(sut), "ii"); // first frame and abort
+    carryOut();
+    EXPECT_EQ(sentFrames(), Frames{padded({0x30, 0, 0})});
+    EXPECT_TRUE(sut.sendQueueEmpty());
+}
+
+TEST_F(CanIsoTpHandlerReentryTest, AbortInsideTheStatusCallbackOfAWaitIsTheLastWord)
+{
+    callback.onStatus = [&](const IsoTpEvent& event) {
+        if (event.text == "receive FC with state = wait") {
+            sut.abortProcessing(Handler::ERR_OVERFLOW);
+        }
+    };
+    send(counting(8));
+    carryOut();
+    peerSendsPadded({0x31, 0, 0});
+    EXPECT_EQ(pendingCommands(sut), "i"); // the abort's only
+    EXPECT_EQ(events(), (Events{warningEvent("receive FC with state = wait"),
+                                errorEvent(3, "other side report overflow error")}));
+    EXPECT_EQ(expectation(), Handler::EXPECT_SF_OR_FF);
+}
+
 TEST_F(CanIsoTpHandlerReentryTest, MessageSentAfterAnErrorInsideACallbackGoesOut)
 {
     callback.onMessage = [&](const CANTransportTraceMessage&) {
@@ -293,9 +326,12 @@ TEST_F(CanIsoTpHandlerReentryTest, ConsecutiveFrameDuringDeliveryIsUnexpected)
         CapturedOutput output;
         peerSendsPadded({0x22});
         EXPECT_EQ(
-            output.err().substr(0, output.err().find('\n')),
+            output.err(),
             "[ERROR] CanIsoTpHandler::showExpectedError: received consecutive frame but expected first or single "
-            "frame");
+            "frame\n"
+            "[DEBUG] CanIsoTpHandler::showExpectedError: raw message:  0x000007e8 8  0x34 0x00 0x00 0x00 0x00 0x00 "
+            "0x00 0x00\n"
+            "[ERROR] CanIsoTpHandler::abortProcessing: error = type of received frame != expected frame type\n");
     };
     peerSends({0x10, 8, 1, 2, 3, 4, 5, 6});
     peerSendsPadded({0x21, 7, 8});
@@ -360,7 +396,11 @@ TEST_F(ChangedAddressingTest, QueuedFlowControlExpectsConsecutiveFrames)
     sut.debugLevel = 1;
     CapturedOutput output;
     sendBuiltWithNormalAddressing({0x30});
-    EXPECT_NE(output.out().find("[DEBUG] CanIsoTpHandler::processSendQueue: send a FC...\n"), std::string::npos);
+    EXPECT_EQ(output.out(), "[DEBUG] CanIsoTpHandler::prepareData: create a single frame...\n"
+                            "[DBEUG] CanIsoTpThread::pushThread: cmd = s\n"
+                            "[DEBUG] CanIsoTpHandler::threadCode: select() data available\n"
+                            "[DEBUG] CanIsoTpHandler::processSendQueue: send a FC...\n"
+                            "[DEBUG] CanIsoTpHandler::sendCANMessage: send successful\n");
     EXPECT_EQ(sentFrames(), Frames{padded({0x01, 0x30})});
     EXPECT_EQ(expectation(), Handler::EXPECT_CF);
     sut.debugLevel = 0;
