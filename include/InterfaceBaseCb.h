@@ -10,8 +10,8 @@
 ///
 /// Threads: each operation runs on the thread that produced the event. For a CanInterface that is the receive
 /// thread of the process, with a lock of the library held. For an EthernetInterface onDataReceived runs on its
-/// receive thread, onInterfaceState also on the threads of the application that connect, disconnect or send, before
-/// their call returns. Return quickly; copy what you keep.
+/// receive thread, onInterfaceState also on the threads of the application that configure, connect, disconnect, send
+/// or destroy it, before their call returns. Return quickly; copy what you keep.
 class BUSINTERFACES_API InterfaceBaseCb
 {
 public:

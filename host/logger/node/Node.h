@@ -21,7 +21,7 @@ class Node
 public:
     /// Puts a frame on the node's bus; time stamp and channel are filled in.
     /// @return false if a full queue holds the frame back: nobody got it, and proceed() is called again once it
-    /// fits
+    ///         fits
     using Transmit = std::function<bool(const wire::CanRecord& frame)>;
 
     virtual ~Node() = default;
