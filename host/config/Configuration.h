@@ -121,7 +121,7 @@ enum class FaultKind : uint8_t
 struct FaultEvent
 {
     FaultKind kind = FaultKind::WRITE_FAILS;
-    std::string target;        ///< device path, clock ("fpgab", "fpgac") or name of a peer
+    std::string target = {};   ///< device path, clock ("fpgab", "fpgac") or name of a peer
     uint32_t atMs = 0;         ///< after the start
     uint32_t spreadMs = 0;     ///< up to so much later, drawn by the seed
     uint32_t everyMs = 0;      ///< again after so long; 0: once
