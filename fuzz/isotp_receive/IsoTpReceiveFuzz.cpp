@@ -8,7 +8,7 @@
 #include <support/FakeBus.h>
 #include <support/FakeTransmitter.h>
 #include <support/IsoTpModel.h>
-#include <support/PrivateMember.h>
+#include <support/IsoTpState.h>
 #include <support/RecordingIsoTpCallback.h>
 
 #include <CanIsoTpHandler.h>
@@ -16,13 +16,6 @@
 #include <cstdint>
 #include <cstdlib>
 #include <iostream>
-
-#include <sys/ioctl.h>
-
-REVEAL_MEMBER(ExpectedFrame, CanIsoTpHandler, expectedFrame);
-REVEAL_MEMBER(ProtocolMutex, CanIsoTpHandler, protocolMutex);
-REVEAL_MEMBER(PipeFds, CanIsoTpHandler, pipeFds);
-REVEAL_MEMBER(ReadCommand, CanIsoTpHandler, readCommand);
 
 namespace {
 
@@ -61,18 +54,6 @@ private:
     const uint8_t* end;
 };
 
-void carryOutCommands(CanIsoTpHandler& handler)
-{
-    for (;;) {
-        int count = 0;
-        require(ioctl((handler.*reveal(PipeFds{}))[0], FIONREAD, &count) == 0);
-        if (count == 0) {
-            return;
-        }
-        (handler.*reveal(ReadCommand{}))();
-    }
-}
-
 CanIsoTpHandler::expFrameType_t expectedBy(IsoTpModel::State state)
 {
     switch (state) {
@@ -94,11 +75,7 @@ void compare(CanIsoTpHandler& handler, RecordingIsoTpCallback& callback, IsoTpMo
     for (size_t i = 0; i < sent.size(); ++i) {
         require(Bytes(sent[i].data, sent[i].data + sent[i].length) == model.frames[i]);
     }
-    {
-        Mutex& mutex = handler.*reveal(ProtocolMutex{});
-        const MutexLock lock(mutex);
-        require(handler.*reveal(ExpectedFrame{}) == expectedBy(model.state));
-    }
+    require(expectationOf(handler) == expectedBy(model.state));
     require(handler.sendQueueEmpty() == (model.queued() == 0));
     callback.events.clear();
     callback.messages.clear();

@@ -2,6 +2,7 @@
 
 #include <support/FakeBus.h>
 #include <support/FakeTransmitter.h>
+#include <support/IsoTpState.h>
 #include <support/PrivateMember.h>
 #include <support/RecordingIsoTpCallback.h>
 
@@ -52,13 +53,6 @@ inline CANExtTraceMessage canFrame(const Bytes& bytes, uint32_t id = RX_ID, cant
 }
 
 Handler::rawCANMsg_t rawFrame(const Bytes& bytes, uint32_t id = RX_ID, cantype_t type = CAN_STANDARD);
-
-/// The protocol state, read under the handler's lock.
-Handler::expFrameType_t expectationOf(Handler& handler);
-/// Commands that wait in the handler's pipe; they stay there.
-std::string pendingCommands(Handler& handler);
-/// Carries out the commands in the pipe, and those that they cause, as the worker would.
-void carryOutCommands(Handler& handler);
 
 /// A handler between a bus and a transmitter that the test owns. No worker runs unless the test starts it: the test
 /// thread is the worker then, by carryOut().
