@@ -6,11 +6,12 @@ namespace vlogger {
 
 MonitorStream& MonitorHub::open(wire::FileDescriptor connection, const wire::ChannelSet& channels)
 {
-    const auto forgetEnded = [this] {
-        std::erase_if(streams, [](const std::unique_ptr<MonitorStream>& stream) { return stream->hasEnded(); });
+    const auto forget = [this](const TraceStream& ended) {
+        std::erase_if(streams,
+                      [&](const std::unique_ptr<MonitorStream>& stream) { return stream.get() == &ended; });
     };
     streams.push_back(
-        std::make_unique<MonitorStream>(loop, std::move(connection), channels, settings, statistics, forgetEnded));
+        std::make_unique<MonitorStream>(loop, std::move(connection), channels, settings, statistics, forget));
     return *streams.back();
 }
 

@@ -8,7 +8,7 @@
 namespace vlogger {
 
 MonitorStream::MonitorStream(EpollLoop& eventLoop, wire::FileDescriptor connection, const wire::ChannelSet& watched,
-                             const Options& options, Statistics& counters, std::function<void()> onEnded)
+                             const Options& options, Statistics& counters, OnEnded onEnded)
     : TraceStream(eventLoop, std::move(connection), "the monitor", options, counters, std::move(onEnded)),
       channels(watched)
 {

@@ -11,7 +11,7 @@ class MonitorStream : public TraceStream
 {
 public:
     MonitorStream(EpollLoop& eventLoop, wire::FileDescriptor connection, const wire::ChannelSet& watched,
-                  const Options& options, Statistics& counters, std::function<void()> onEnded);
+                  const Options& options, Statistics& counters, OnEnded onEnded);
 
     bool watches(uint8_t channel) const { return channels.test(channel); }
 

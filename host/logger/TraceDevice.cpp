@@ -6,11 +6,11 @@ namespace vlogger {
 
 TraceStream& TraceDevice::open(wire::FileDescriptor connection)
 {
-    const auto forgetEnded = [this] {
-        std::erase_if(streams, [](const std::unique_ptr<TraceStream>& stream) { return stream->hasEnded(); });
+    const auto forget = [this](const TraceStream& ended) {
+        std::erase_if(streams, [&](const std::unique_ptr<TraceStream>& stream) { return stream.get() == &ended; });
     };
     streams.push_back(
-        std::make_unique<TraceStream>(loop, std::move(connection), path, settings, statistics, forgetEnded));
+        std::make_unique<TraceStream>(loop, std::move(connection), path, settings, statistics, forget));
     return *streams.back();
 }
 

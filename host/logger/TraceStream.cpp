@@ -24,7 +24,7 @@ constexpr uint16_t IMPOSSIBLE_LENGTH = 3;
 } // namespace
 
 TraceStream::TraceStream(EpollLoop& eventLoop, wire::FileDescriptor connection, std::string devicePath,
-                         const Options& options, Statistics& counters, std::function<void()> onEnded)
+                         const Options& options, Statistics& counters, OnEnded onEnded)
     : loop(eventLoop), fd(std::move(connection)), path(std::move(devicePath)), limitBytes(options.streamQueueBytes),
       stallLimit(options.stallLimit), totals(counters), ended(std::move(onEnded)),
       guard(eventLoop, *this, options.stallLimit)
@@ -133,7 +133,8 @@ void TraceStream::close()
     watch.reset();
     fd.reset();
     guard.release();
-    loop.defer(ended);
+    // A copy: the call may destroy this stream.
+    loop.defer([this, tell = ended] { tell(*this); });
 }
 
 ReaderStatistics TraceStream::statistics() const

@@ -21,10 +21,13 @@ namespace vlogger {
 class TraceStream : public EpollLoop::Handler, private StallGuard::Queue
 {
 public:
+    /// Told that a stream has ended; may destroy that stream, and no other one, whose work may still be deferred.
+    using OnEnded = std::function<void(TraceStream&)>;
+
     /// @param onEnded  called at the end of the round in which the stream ended, however it did
     /// @throws std::system_error if the system cannot watch the socket
     TraceStream(EpollLoop& eventLoop, wire::FileDescriptor connection, std::string devicePath,
-                const Options& options, Statistics& counters, std::function<void()> onEnded);
+                const Options& options, Statistics& counters, OnEnded onEnded);
     virtual ~TraceStream() = default;
 
     /// Whether a record may be appended now. On HOLD the sender calls wait().
@@ -71,7 +74,7 @@ private:
     const size_t limitBytes;
     const std::chrono::milliseconds stallLimit;
     Statistics& totals;
-    const std::function<void()> ended;
+    const OnEnded ended;
     ByteQueue queue;
     std::deque<uint8_t> recordBytes; ///< length of each record in the queue; of the first also what is sent of it
     size_t sentOfFirst = 0;

@@ -6,7 +6,9 @@
 
 #include <atomic>
 #include <cerrno>
+#include <condition_variable>
 #include <csignal>
+#include <mutex>
 #include <thread>
 #include <vector>
 
@@ -14,9 +16,72 @@ using loggerclient::frame;
 
 namespace {
 
+/// Time that stands still, and with it, when asked to, whoever looks at it next.
+class StoppingClock : public vlogger::SimulatedClock
+{
+public:
+    Instant now() const override
+    {
+        std::unique_lock lock(mutex);
+        if (isStopping) {
+            hasStopped = true;
+            changed.notify_all();
+            changed.wait(lock, [this] { return !isStopping; });
+        }
+        return SimulatedClock::now();
+    }
+
+    /// Returns once a thread stands in now().
+    void stop()
+    {
+        {
+            const std::lock_guard lock(mutex);
+            isStopping = true;
+            hasStopped = false;
+        }
+        advance(Duration{0}); // makes the loop look
+        std::unique_lock lock(mutex);
+        changed.wait(lock, [this] { return hasStopped; });
+    }
+
+    void goOn()
+    {
+        const std::lock_guard lock(mutex);
+        isStopping = false;
+        changed.notify_all();
+    }
+
+private:
+    mutable std::mutex mutex;
+    mutable std::condition_variable changed;
+    mutable bool hasStopped = false;
+    bool isStopping = false;
+};
+
 class LifecycleTest : public LoggerTest
 {
 protected:
+    /// Two streams end within one round of the loop, and between the two a frame reaches the second.
+    void endTwoStreamsWithAFrameBetween(wire::Kind kind, std::string_view text)
+    {
+        const auto stopping = std::make_shared<StoppingClock>();
+        start({.clock = stopping});
+        wire::FileDescriptor first = ask(kind, text).descriptor;
+        wire::FileDescriptor second = ask(kind, text).descriptor;
+        auto from = writer();
+        ASSERT_TRUE(first && second);
+
+        stopping->stop();
+        first.reset();
+        ASSERT_EQ(from.write(frame(0, 1)), 0);
+        second.reset();
+        stopping->goOn();
+
+        EXPECT_TRUE(waitForFramesIn(1));
+        EXPECT_TRUE(waitUntil([&] { return sut->stageReport().stages.size() <= 2; })) << "a bus and a device";
+        EXPECT_EQ(sut->statistics().readers, 0U);
+    }
+
     LifecycleTest()
     {
         std::thread([] {}).join(); // some runtimes keep a thread of their own from the first one on
@@ -52,6 +117,16 @@ TEST_F(LifecycleTest, OneThreadServesAnyNumberOfClients)
         writers.push_back(writer());
     }
     EXPECT_EQ(processresources::threads(), threadsBefore + 1);
+}
+
+TEST_F(LifecycleTest, ReadersThatLeaveAtOnceWithAFrameBetweenThem)
+{
+    endTwoStreamsWithAFrameBetween(wire::Kind::OPEN_READ, MAIN);
+}
+
+TEST_F(LifecycleTest, MonitorsThatLeaveAtOnceWithAFrameBetweenThem)
+{
+    endTwoStreamsWithAFrameBetween(wire::Kind::MONITOR, "");
 }
 
 TEST_F(LifecycleTest, TheEndOfTheLoggerIsTheEndOfEveryConnection)
