@@ -84,6 +84,28 @@ TEST_F(EthernetInterfaceConnectTest, ServerAddressIsInNetworkOrder)
     EXPECT_EQ(address.sin_addr.s_addr, htonl(0x7F000001));
 }
 
+TEST_F(EthernetInterfaceConnectTest, ServerTextThatIsNoAddressCannotBeConnectedTo)
+{
+    auto configuration = tcp(5000);
+    configuration.serverIp = "server";
+    EXPECT_EQ(configure(configuration), 0);
+    // The conversion has no other answer to such a text.
+    EXPECT_EQ(lines.count("[DEBUG] ETH[server:5000]::connect() serverAddr: 255.255.255.255:5000"), 1u);
+    EXPECT_EQ(fd(), -1);
+    EXPECT_THAT(callback.statuses.all(), ElementsAre(2));
+}
+
+TEST_F(EthernetInterfaceConnectTest, DatagramsToAServerTextThatIsNoAddressAreLost)
+{
+    const ScriptedUdpServer server(Script::SINK); // only for its port number
+    auto configuration = udp(server.port());
+    configuration.serverIp = "server";
+    EXPECT_EQ(configure(configuration), 1);
+    const Bytes bytes = {1};
+    EXPECT_EQ(sut->send(bytes.data(), bytes.size()), -3);
+    EXPECT_THAT(callback.statuses.all(), ElementsAre(1, 3));
+}
+
 TEST_F(EthernetInterfaceConnectTest, ForeignLoggerAddressCannotBeBoundButTheSocketStaysOpen)
 {
     auto configuration = udp(5000);

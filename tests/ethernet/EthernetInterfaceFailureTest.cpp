@@ -181,6 +181,21 @@ TEST_F(EthernetInterfaceFailureTest, CloseFails)
     expectExchange();
 }
 
+TEST_F(EthernetInterfaceFailureTest, CloseInTheDestructorFails)
+{
+    const ScriptedUdpServer server(Script::SINK);
+    sut->logLevel = 0;
+    failing::pthreadCreateCall.fail(EAGAIN, true);
+    ASSERT_EQ(configure(udp(server.port())), 1);
+    takeLines();
+    failing::closeCall.fail(EIO, true);
+    destroy();
+    EXPECT_THAT(takeLines(),
+                ElementsAre("[ERROR] ETH[127.0.0.2:PORT]::disconnect() Close socket failed: Input/output error",
+                            "{removeIP eth1}"));
+    EXPECT_THAT(callback.statuses.all(), ElementsAre(1));
+}
+
 TEST_F(EthernetInterfaceFailureTest, CloseAtTheEndOfTheThreadFails)
 {
     const ScriptedTcpServer server(Script::ECHO);
