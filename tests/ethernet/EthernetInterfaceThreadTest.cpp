@@ -1,7 +1,7 @@
 #include <ethernet/EthernetTest.h>
-#include <ethernet/ProcessEntries.h>
 #include <support/FailingCalls.h>
 #include <support/PrivateMember.h>
+#include <support/ProcessResources.h>
 
 #include <atomic>
 #include <functional>
@@ -72,14 +72,14 @@ TEST_F(EthernetInterfaceThreadTest, EndedThreadIsJoinedBeforeTheNextOneStarts)
 {
     ScriptedTcpServer server(Script::ECHO);
     connectTo(tcp(server.port()));
-    const size_t threads = entriesOf("/proc/self/task");
+    const size_t threads = processresources::threads();
     for (size_t round = 1; round <= 5; ++round) {
         ASSERT_TRUE(server.accepted.waitForCount(round));
         server.closeClient();
         ASSERT_TRUE(await(exitLine, round));
         ASSERT_TRUE(sut->connect());
         ASSERT_TRUE(await(startLine, round));
-        EXPECT_LE(settledEntriesOf("/proc/self/task", threads), threads);
+        EXPECT_LE(processresources::settledThreads(threads), threads);
     }
     expectExchange();
 }
@@ -111,17 +111,17 @@ TEST_F(EthernetInterfaceThreadTest, ThreadsThatAlwaysReconnectThemselvesDoNotPil
     intervening.left = 20;
     sut->callbacks.insert(&intervening);
     connectTo(tcp(server.port()));
-    const size_t threads = entriesOf("/proc/self/task");
+    const size_t threads = processresources::threads();
     for (size_t round = 1; round <= 20; ++round) {
         ASSERT_TRUE(server.accepted.waitForCount(round));
         server.closeClient();
         ASSERT_TRUE(intervening.done.waitForCount(round));
         ASSERT_TRUE(await(exitLine, round));
     }
-    EXPECT_LE(settledEntriesOf("/proc/self/task", threads + 1), threads + 1);
+    EXPECT_LE(processresources::settledThreads(threads + 1), threads + 1);
     expectExchange();
     sut.reset();
-    EXPECT_LE(settledEntriesOf("/proc/self/task", threads - 1), threads - 1);
+    EXPECT_LE(processresources::settledThreads(threads - 1), threads - 1);
 }
 
 TEST_F(EthernetInterfaceThreadTest, DestructorJoinsAThreadThatWasSetAside)
@@ -129,14 +129,14 @@ TEST_F(EthernetInterfaceThreadTest, DestructorJoinsAThreadThatWasSetAside)
     ScriptedTcpServer server(Script::ECHO);
     Intervening intervening(2, [&] { sut->connect(); });
     sut->callbacks.insert(&intervening);
-    const size_t threads = entriesOf("/proc/self/task");
+    const size_t threads = processresources::threads();
     connectTo(tcp(server.port()));
     ASSERT_TRUE(server.accepted.waitForCount(1));
     server.closeClient();
     ASSERT_TRUE(intervening.done.waitForCount(1));
     sut.reset();
     EXPECT_EQ(lines.count("[INFO] ETH[127.0.0.1:" + port + "]::threadCode() Exit RX thread."), 2u);
-    EXPECT_EQ(settledEntriesOf("/proc/self/task", threads), threads);
+    EXPECT_EQ(processresources::settledThreads(threads), threads);
 }
 
 TEST_F(EthernetInterfaceThreadTest, ConnectWaitsForTheLastCallbackAndFindsWhatItConnected)
@@ -204,8 +204,8 @@ TEST_F(EthernetInterfaceThreadTest, ConcurrentConnectsGiveOneConnectionAndOneThr
 {
     ScriptedTcpServer server(Script::ECHO);
     connectTo(tcp(server.port()));
-    const size_t threads = entriesOf("/proc/self/task");
-    const size_t descriptors = entriesOf("/proc/self/fd");
+    const size_t threads = processresources::threads();
+    const size_t descriptors = processresources::openDescriptors();
     for (int round = 0; round < 20; ++round) {
         ASSERT_TRUE(sut->disconnect());
         auto other = std::async(std::launch::async, [&] { return sut->connect(); });
@@ -213,11 +213,11 @@ TEST_F(EthernetInterfaceThreadTest, ConcurrentConnectsGiveOneConnectionAndOneThr
         EXPECT_TRUE(other.get());
     }
     expectExchange();
-    EXPECT_LE(settledEntriesOf("/proc/self/task", threads), threads);
+    EXPECT_LE(processresources::settledThreads(threads), threads);
     // Beside the interface's socket only the server's ends of the connections that the last rounds closed.
     ASSERT_TRUE(sut->disconnect());
     ASSERT_TRUE(server.closed.waitForCount(server.accepted.count()));
-    EXPECT_LT(settledEntriesOf("/proc/self/fd", descriptors - 1), descriptors);
+    EXPECT_LT(processresources::settledDescriptors(descriptors - 1), descriptors);
 }
 
 TEST_F(EthernetInterfaceThreadTest, ConcurrentDisconnectsCloseOnce)
@@ -241,8 +241,8 @@ TEST_F(EthernetInterfaceThreadTest, ConcurrentDatagramConnectsDisconnectsAndSend
 {
     const ScriptedUdpServer server(Script::ECHO);
     connectTo(udp(server.port()));
-    const size_t threads = entriesOf("/proc/self/task");
-    const size_t descriptors = entriesOf("/proc/self/fd");
+    const size_t threads = processresources::threads();
+    const size_t descriptors = processresources::openDescriptors();
     const auto changes = [&] {
         for (int round = 0; round < 200; ++round) {
             sut->disconnect();
@@ -260,13 +260,13 @@ TEST_F(EthernetInterfaceThreadTest, ConcurrentDatagramConnectsDisconnectsAndSend
     two.get();
     // Both ends of the exchange still stand on their port.
     expectExchange();
-    EXPECT_EQ(settledEntriesOf("/proc/self/task", threads), threads);
-    EXPECT_EQ(settledEntriesOf("/proc/self/fd", descriptors), descriptors);
+    EXPECT_EQ(processresources::settledThreads(threads), threads);
+    EXPECT_EQ(processresources::settledDescriptors(descriptors), descriptors);
 }
 
 TEST_F(EthernetInterfaceThreadTest, DestructionOfADisconnectedObjectStopsItsThread)
 {
-    const size_t threads = entriesOf("/proc/self/task");
+    const size_t threads = processresources::threads();
     connectTo(udp(ScriptedUdpServer(Script::SINK).port()));
     ASSERT_TRUE(sut->disconnect());
     ASSERT_TRUE(threadRuns());
@@ -277,7 +277,7 @@ TEST_F(EthernetInterfaceThreadTest, DestructionOfADisconnectedObjectStopsItsThre
                      "[INFO] ETH[127.0.0.2:PORT]::threadCode() Exit RX thread.",
                      "[INFO] ETH[127.0.0.2:PORT]::disconnect() Already disconnected.", "{removeIP eth1}"}));
     EXPECT_THAT(callback.statuses.all(), ElementsAre(1, 2));
-    EXPECT_EQ(settledEntriesOf("/proc/self/task", threads), threads);
+    EXPECT_EQ(processresources::settledThreads(threads), threads);
 }
 
 TEST_F(EthernetInterfaceThreadTest, CallbackDuringDestructionCannotReconnect)
@@ -290,7 +290,7 @@ TEST_F(EthernetInterfaceThreadTest, CallbackDuringDestructionCannotReconnect)
         result = interface->send(bytes.data(), bytes.size());
     });
     sut->callbacks.insert(&intervening);
-    const size_t descriptors = entriesOf("/proc/self/fd");
+    const size_t descriptors = processresources::openDescriptors();
     connectTo(tcp(server.port()));
     destroy();
     EXPECT_EQ(result, -1);
@@ -301,7 +301,7 @@ TEST_F(EthernetInterfaceThreadTest, CallbackDuringDestructionCannotReconnect)
                      "[INFO] ETH[127.0.0.1:PORT]::threadCode() Exit RX thread.",
                      "[INFO] ETH[127.0.0.1:PORT]::disconnect() Already disconnected.", "{removeIP eth1}"}));
     ASSERT_TRUE(server.closed.waitForCount(1));
-    EXPECT_EQ(settledEntriesOf("/proc/self/fd", descriptors), descriptors);
+    EXPECT_EQ(processresources::settledDescriptors(descriptors), descriptors);
 }
 
 } // namespace

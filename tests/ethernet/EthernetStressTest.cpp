@@ -1,7 +1,7 @@
 #include <EthernetInterface.h>
 
-#include <ethernet/ProcessEntries.h>
 #include <support/FailingCalls.h>
+#include <support/ProcessResources.h>
 #include <support/RecordedLines.h>
 #include <support/ScriptedServer.h>
 
@@ -133,8 +133,8 @@ TEST_F(STRESS_SUITE, StreamWithAServerThatDiesAndReturnsLeavesNothingBehind)
         port = steady.port();
         liveOneRound({"eth1", ScriptedTcpServer::IP, "127.0.0.1", "", "", port, true}, true, random, receptions);
     }
-    const size_t threads = entriesOf("/proc/self/task");
-    const size_t descriptors = entriesOf("/proc/self/fd");
+    const size_t threads = processresources::threads();
+    const size_t descriptors = processresources::openDescriptors();
     std::atomic<bool> over{false};
     std::atomic<size_t> lives{0};
     std::thread god([&] {
@@ -163,8 +163,8 @@ TEST_F(STRESS_SUITE, StreamWithAServerThatDiesAndReturnsLeavesNothingBehind)
     god.join();
     EXPECT_GT(lives, 1u);
     EXPECT_GT(receptions, 0u);
-    EXPECT_EQ(settledEntriesOf("/proc/self/task", threads), threads);
-    EXPECT_EQ(settledEntriesOf("/proc/self/fd", descriptors), descriptors);
+    EXPECT_EQ(processresources::settledThreads(threads), threads);
+    EXPECT_EQ(processresources::settledDescriptors(descriptors), descriptors);
 }
 
 TEST_F(STRESS_SUITE, DatagramsWithAServerThatAnswersAndSendsEmptyOnesLeaveNothingBehind)
@@ -172,8 +172,8 @@ TEST_F(STRESS_SUITE, DatagramsWithAServerThatAnswersAndSendsEmptyOnesLeaveNothin
     {
         const ScriptedUdpServer first(Script::ECHO);
     } // with the first thread a sanitizer may start one of its own
-    const size_t threads = entriesOf("/proc/self/task");
-    const size_t descriptors = entriesOf("/proc/self/fd");
+    const size_t threads = processresources::threads();
+    const size_t descriptors = processresources::openDescriptors();
     for (int round = 0; round < ROUNDS; ++round) {
         const bool answers = round % 3 != 0;
         const ScriptedUdpServer server(answers ? Script::ECHO : Script::EMPTY_ANSWERS);
@@ -182,8 +182,8 @@ TEST_F(STRESS_SUITE, DatagramsWithAServerThatAnswersAndSendsEmptyOnesLeaveNothin
         lines.take();
     }
     EXPECT_GT(receptions, 0u);
-    EXPECT_EQ(settledEntriesOf("/proc/self/task", threads), threads);
-    EXPECT_EQ(settledEntriesOf("/proc/self/fd", descriptors), descriptors);
+    EXPECT_EQ(processresources::settledThreads(threads), threads);
+    EXPECT_EQ(processresources::settledDescriptors(descriptors), descriptors);
 }
 
 } // namespace

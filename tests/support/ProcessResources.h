@@ -1,8 +1,12 @@
 #pragma once
 
+#include <support/Recorder.h>
+
+#include <chrono>
 #include <cstddef>
 #include <filesystem>
 #include <iterator>
+#include <thread>
 
 /// What this process holds of the system.
 namespace processresources {
@@ -15,6 +19,17 @@ inline size_t entriesOf(const char* directory)
     return static_cast<size_t>(std::distance(std::filesystem::directory_iterator(directory), {}));
 }
 
+inline size_t settled(size_t (*count)(), size_t most)
+{
+    const auto end = std::chrono::steady_clock::now() + Recorder<int>::LIMIT;
+    size_t last = count();
+    while (last > most && std::chrono::steady_clock::now() < end) {
+        std::this_thread::yield();
+        last = count();
+    }
+    return last;
+}
+
 } // namespace detail
 
 inline size_t openDescriptors()
@@ -25,6 +40,20 @@ inline size_t openDescriptors()
 inline size_t threads()
 {
     return detail::entriesOf("/proc/self/task");
+}
+
+/// Waits until there are at most so many descriptors: what another thread closes is open for a moment more.
+/// @return the last count
+inline size_t settledDescriptors(size_t most)
+{
+    return detail::settled(openDescriptors, most);
+}
+
+/// Waits until there are at most so many threads: one that has been joined stays listed for a moment.
+/// @return the last count
+inline size_t settledThreads(size_t most)
+{
+    return detail::settled(threads, most);
 }
 
 } // namespace processresources

@@ -63,6 +63,20 @@ wire::FileDescriptor Endpoint::connect()
     return connectToSocket();
 }
 
+bool Endpoint::isThere()
+{
+    const std::lock_guard lock(mutex);
+    if (kind != Kind::UNDECIDED) {
+        return true;
+    }
+    const char* const choice = std::getenv("VLOGGER");
+    if (choice != nullptr && choice[0] != '\0') {
+        return std::strcmp(choice, EMBEDDED) != 0;
+    }
+    std::string reason;
+    return static_cast<bool>(tryDefaultSocket(reason));
+}
+
 vlogger::VirtualLogger* Endpoint::embedded()
 {
     const std::lock_guard lock(mutex);
@@ -77,7 +91,12 @@ wire::FileDescriptor Endpoint::decide()
 {
     const char* const choice = std::getenv("VLOGGER");
     if (choice == nullptr || choice[0] == '\0') {
-        return tryDefaultSocket();
+        std::string reason;
+        wire::FileDescriptor connection = tryDefaultSocket(reason);
+        if (!connection) {
+            startEmbedded(reason);
+        }
+        return connection;
     }
     if (std::strcmp(choice, EMBEDDED) == 0) {
         startEmbedded({});
@@ -89,7 +108,8 @@ wire::FileDescriptor Endpoint::decide()
     return {};
 }
 
-wire::FileDescriptor Endpoint::tryDefaultSocket()
+/// @return the connection, which decides; or nothing, with the reason to go without it
+wire::FileDescriptor Endpoint::tryDefaultSocket(std::string& reason)
 {
     const std::string path = wire::defaultSocketPath();
     try {
@@ -100,9 +120,9 @@ wire::FileDescriptor Endpoint::tryDefaultSocket()
         return connection;
     } catch (const std::system_error& error) {
         if (isAbsent(error.code().value())) {
-            startEmbedded("no virtual logger listens at " + path);
+            reason = "no virtual logger listens at " + path;
         } else if (error.code().value() == EACCES) {
-            startEmbedded(std::string(error.what()));
+            reason = error.what();
         } else {
             // Out of descriptors, for example: the next attempt decides.
             throw;

@@ -40,6 +40,11 @@ public:
     ///         leads nowhere is also said on standard error, once.
     wire::FileDescriptor connect();
 
+    /// False if connect() would first have to start a virtual logger inside the process. For questions that such a
+    /// one, which nobody has set up, has no answer to.
+    /// @throws std::system_error as connect()
+    bool isThere();
+
     /// The virtual logger inside the process, started if that is where the endpoint leads; null if it leads
     /// elsewhere. For tests and programs that switch on faults.
     vlogger::VirtualLogger* embedded();
@@ -55,7 +60,7 @@ private:
     Endpoint() = default;
 
     wire::FileDescriptor decide();
-    wire::FileDescriptor tryDefaultSocket();
+    wire::FileDescriptor tryDefaultSocket(std::string& reason);
     void startEmbedded(const std::string& reason);
     wire::FileDescriptor connectToSocket();
     wire::FileDescriptor connectToEmbedded();

@@ -1,5 +1,6 @@
 #include <vqproc/IPConfig.h>
 
+#include "endpoint/Endpoint.h"
 #include "endpoint/LoggerRequest.h"
 #include "vqproc/AddedAddresses.h"
 #include "vqproc/Ipv4Text.h"
@@ -95,6 +96,9 @@ std::string faultIn(const ethernetConfig_t& config, Mode mode)
 bool isTakenByOrder(in_addr address)
 {
     try {
+        if (!vqhost::Endpoint::instance().isThere()) {
+            return false;
+        }
         vqhost::ask({.kind = wire::Kind::ADDRESS, .text = vqhost::ipv4Text(address)});
         return false;
     } catch (const std::system_error& error) {

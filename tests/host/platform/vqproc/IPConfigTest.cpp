@@ -2,7 +2,9 @@
 
 #include <logger/VirtualLogger.h>
 #include <support/CapturedOutput.h>
+#include <support/ProcessResources.h>
 #include <support/TemporaryDirectory.h>
+#include <wire/DefaultSocket.h>
 
 #include <gtest/gtest.h>
 
@@ -225,6 +227,35 @@ TEST_F(TakenAddressTest, AcceptGrantsATakenAddress)
 TEST_F(TakenAddressTest, AnyOtherAddressIsGranted)
 {
     chooseMode("check");
+    config.loggerIp = "127.0.0.6";
+    EXPECT_EQ(configure(), GRANTED);
+}
+
+TEST_F(IPConfigTest, NoVirtualLoggerIsStartedForTheQuestion)
+{
+    setenv("VLOGGER", "embedded", 1);
+    const size_t threads = processresources::threads();
+    EXPECT_EQ(configure(), GRANTED);
+    EXPECT_EQ(processresources::threads(), threads);
+}
+
+TEST_F(IPConfigTest, WithoutAVirtualLoggerNothingIsSaid)
+{
+    const TemporaryDirectory directory;
+    unsetenv("VLOGGER");
+    setenv("XDG_RUNTIME_DIR", directory.path().c_str(), 1);
+    const size_t threads = processresources::threads();
+    EXPECT_EQ(configure(), GRANTED);
+    EXPECT_EQ(processresources::threads(), threads);
+}
+
+TEST_F(IPConfigTest, VirtualLoggerAtTheDefaultSocketIsAsked)
+{
+    const TemporaryDirectory directory;
+    unsetenv("VLOGGER");
+    setenv("XDG_RUNTIME_DIR", directory.path().c_str(), 1);
+    const vlogger::VirtualLogger logger({.socketPath = wire::defaultSocketPath(), .takenAddresses = {"127.0.0.1"}});
+    EXPECT_FALSE(configure().granted);
     config.loggerIp = "127.0.0.6";
     EXPECT_EQ(configure(), GRANTED);
 }
