@@ -9,12 +9,12 @@
 /// What the benchmarks' processes have in common.
 namespace bench {
 
-/// The library's lines go nowhere while this lives.
+/// Lines of the library, or of another stream that is named, go nowhere while this lives.
 class Silence
 {
 public:
-    Silence() : before(std::cout.rdbuf(&nowhere)) {}
-    ~Silence() { std::cout.rdbuf(before); }
+    explicit Silence(std::ostream& silenced = std::cout) : stream(silenced), before(stream.rdbuf(&nowhere)) {}
+    ~Silence() { stream.rdbuf(before); }
     Silence(const Silence&) = delete;
     Silence& operator=(const Silence&) = delete;
 
@@ -26,6 +26,7 @@ private:
     };
 
     Nowhere nowhere;
+    std::ostream& stream;
     std::streambuf* const before;
 };
 

@@ -38,6 +38,24 @@ class ForeignToolTest(Bench):
         self.assertEqual([int(row[4], 0) for row in rows], [1, 1, 2, 2])
         self.assertTrue(all(len(row[1].split(".")[1]) == 9 for row in rows))
 
+    def test_tshark_puts_a_transport_message_together(self):
+        tshark = self.tool("tshark")
+        data = bytes(range(0x22, 0x22 + 100))
+        frames = [f"7E0#1064{data[:6].hex()}"]
+        for number in range(14):
+            frames.append(f"7E0#{0x20 | (number + 1) & 0xF:02X}{data[6 + 7 * number:13 + 7 * number].hex()}")
+        self.serve()
+        recorder = self.record(self.path("out.pcapng"), "can3")
+        self.run_tool("send", "--as-channel", "can2", *frames)
+        while self.stages("monitor")[0]["in"] < len(frames):
+            pass
+        self.assertEqual(self.stop(recorder)[0], 0)
+        fields = [part for name in ("iso15765.reassembled.length", "uds.sid") for part in ("-e", name)]
+        lines = self.output(tshark, "-r", self.path("out.pcapng"), "-d", "can.subdissector,iso15765",
+                            "-d", "iso15765.subdissector,uds", "-T", "fields", *fields).splitlines()
+        self.assertEqual(len(lines), len(frames))
+        self.assertEqual(lines[-1], "100\t0x22")
+
     def test_log_tools_read_our_log(self):
         log2asc = self.tool("log2asc")
         self.serve()
