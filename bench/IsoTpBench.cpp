@@ -157,8 +157,8 @@ void isoTpReassemblyCopy(benchmark::State& state)
     state.SetItemsProcessed(state.iterations() * static_cast<int64_t>(frames.size()));
 }
 
-/// The same with what the protocol's time limit costs: after every frame the worker, a thread that waits at the other
-/// end of a pipe, is told to start its wait again.
+/// The same with what the protocol's time limit costs: after every frame the worker, a thread that waits at the
+/// other end of a pipe, is told to start its wait again.
 void isoTpReassemblyCommand(benchmark::State& state)
 {
     int ends[2];

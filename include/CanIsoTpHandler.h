@@ -136,8 +136,8 @@ public:
     ///                     with it
     /// @param rxId, rxType identifier and type of the frames to receive
     /// @param txId, txType identifier and type of flow control frames and of sendTxID()
-    /// @throws VQException "[ERROR] CanIsoTpHandler::CanIsoTpHandler: can't init pipe: " and the reason. A descriptor
-    ///         that select(2) cannot watch is such a failure
+    /// @throws VQException "[ERROR] CanIsoTpHandler::CanIsoTpHandler: can't init pipe: " and the reason. A
+    ///         descriptor that select(2) cannot watch is such a failure
     CanIsoTpHandler(const std::string& busPeerName, const std::string& ownName, unsigned char channel,
                     unsigned int rxId, cantype_t rxType, unsigned int txId, cantype_t txType);
 
@@ -164,8 +164,8 @@ public:
 
     // --- Sending
 
-    /// Queues a message and returns; the worker sends it. Without a worker it stays queued: start() brings it on its
-    /// way, destruction drops it silently.
+    /// Queues a message and returns; the worker sends it. Without a worker it stays queued: start() brings it on
+    /// its way, destruction drops it silently.
     ///
     /// @param id, type  identifier and type of its frames
     /// @param data      payload, copied before the call returns

@@ -16,6 +16,7 @@
 #include <mutex>
 #include <random>
 #include <thread>
+#include <utility>
 
 namespace {
 
@@ -187,15 +188,16 @@ void stopAndStart(End& end, unsigned times)
     }
 }
 
-/// Several senders at one end, each with its messages of one round.
-std::vector<std::thread> startSenders(End& end, unsigned round, const std::function<void(unsigned)>& afterEach)
+/// Several senders at one end, each with its messages of one round, the first of them of this size.
+std::vector<std::thread> startSenders(End& end, unsigned round, size_t firstLength,
+                                      const std::function<void(unsigned)>& afterEach)
 {
     std::vector<std::thread> threads;
     for (uint8_t sender = 0; sender < SENDERS; ++sender) {
-        threads.emplace_back([&end, round, sender, afterEach] {
+        threads.emplace_back([&end, round, sender, firstLength, afterEach] {
             std::mt19937 random(sender + round * SENDERS);
             for (unsigned index = 0; index < MESSAGES_PER_SENDER; ++index) {
-                end.send(round, index, sender, random() % 120);
+                end.send(round, index, sender, index == 0 ? firstLength : random() % 120);
                 afterEach(static_cast<unsigned>(random()));
             }
         });
@@ -295,7 +297,8 @@ TEST_F(CanIsoTpHandlerStressTest, NothingIsLostOneWayWhileWorkersAreStoppedAndSt
     for (const auto& one : connections) {
         drivers.emplace_back([&connection = *one, rounds] {
             for (unsigned round = 0; round < rounds; ++round) {
-                std::vector<std::thread> threads = startSenders(connection.left, round, [](unsigned) {});
+                std::vector<std::thread> threads =
+                    startSenders(connection.left, round, round % 5 == 0 ? 4095 : 5, [](unsigned) {});
                 threads.emplace_back([&] { stopAndStart(connection.left, 3); });
                 threads.emplace_back([&] { stopAndStart(connection.right, 3); });
                 join(threads);
@@ -340,7 +343,7 @@ TEST_F(CanIsoTpHandlerStressTest, NothingIsLostWithoutAStatusAmongAbortsStopsAnd
                                 end->handler.abortProcessing(Handler::ERR_OVERFLOW);
                             }
                         };
-                        for (std::thread& sender : startSenders(*end, round, abortSometimes)) {
+                        for (std::thread& sender : startSenders(*end, round, 300, abortSometimes)) {
                             threads.push_back(std::move(sender));
                         }
                         threads.emplace_back([end] { stopAndStart(*end, 3); });
