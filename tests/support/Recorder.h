@@ -50,10 +50,10 @@ public:
     /// Waits until `predicate`, given all events, holds.
     /// @return false when the limit passed first
     template <typename Predicate>
-    bool waitUntil(Predicate predicate) const
+    bool waitUntil(Predicate predicate, std::chrono::seconds limit = LIMIT) const
     {
         std::unique_lock lock(mutex);
-        return changed.wait_for(lock, LIMIT, [&] { return predicate(events); });
+        return changed.wait_for(lock, limit, [&] { return predicate(events); });
     }
 
 private:

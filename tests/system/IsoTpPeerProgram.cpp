@@ -1,6 +1,7 @@
-// The other end of an ISO-TP exchange, built as a user builds one. Arguments: "echo" or "half", channel, receive and
-// transmit identifier. "echo" says "ready", sends back what it gets, and ends with its input. "half" sends the first
-// frames of a message, says "half", and does not go on until its input ends.
+// The other end of an ISO-TP exchange, built as a user builds one. Arguments: "echo", "sink" or "half", channel, receive
+// and transmit identifier. "echo" says "ready", sends back what it gets, and ends with its input; "sink" counts the
+// messages instead. Both say "aborted" when a transfer is. "half" sends the first frames of a message, says
+// "half", and does not go on until its input ends.
 #include <CanInterface.h>
 #include <CanIsoTpHandler.h>
 
@@ -10,19 +11,30 @@
 
 namespace {
 
-class Echo : public CanIsoTpHandlerCallback
+class Receiver : public CanIsoTpHandlerCallback
 {
 public:
-    explicit Echo(CanIsoTpHandler& ownHandler) : handler(ownHandler) {}
+    Receiver(CanIsoTpHandler& ownHandler, bool sendsBack) : handler(ownHandler), echoes(sendsBack) {}
 
     void canIsoTpHandlerCb(const CANTransportTraceMessage* msg) override
     {
-        handler.sendTxID(msg->data.data(), msg->data.size());
+        if (echoes) {
+            handler.sendTxID(msg->data.data(), msg->data.size());
+        } else {
+            std::cout << "received " + std::to_string(++received) + "\n" << std::flush;
+        }
     }
-    void canIsoTpHandlerStatusCb(StatusCBType_t, int, const std::string&) override {}
+    void canIsoTpHandlerStatusCb(StatusCBType_t type, int, const std::string&) override
+    {
+        if (type == STATUS_ERROR) {
+            std::cout << "aborted" << std::endl;
+        }
+    }
 
 private:
     CanIsoTpHandler& handler;
+    const bool echoes;
+    unsigned received = 0;
 };
 
 void awaitEndOfInput()
@@ -30,10 +42,10 @@ void awaitEndOfInput()
     std::cin.ignore(std::numeric_limits<std::streamsize>::max());
 }
 
-int echo(uint8_t channel, uint32_t rxId, uint32_t txId)
+int receive(uint8_t channel, uint32_t rxId, uint32_t txId, bool echoes)
 {
     CanIsoTpHandler handler("TraceLogger", "Diagnostic", channel, rxId, CAN_STANDARD, txId, CAN_STANDARD);
-    Echo callback(handler);
+    Receiver callback(handler, echoes);
     handler.setCallback(callback);
     handler.start();
     std::cout << "ready" << std::endl;
@@ -62,11 +74,12 @@ int half(uint8_t channel, uint32_t txId)
 int main(int argumentCount, char** arguments)
 {
     if (argumentCount != 5) {
-        std::cerr << "usage: " << arguments[0] << " echo|half CHANNEL RX_ID TX_ID\n";
+        std::cerr << "usage: " << arguments[0] << " echo|sink|half CHANNEL RX_ID TX_ID\n";
         return 2;
     }
     const auto channel = static_cast<uint8_t>(std::stoul(arguments[2]));
     const auto rxId = static_cast<uint32_t>(std::stoul(arguments[3]));
     const auto txId = static_cast<uint32_t>(std::stoul(arguments[4]));
-    return arguments[1] == std::string("echo") ? echo(channel, rxId, txId) : half(channel, txId);
+    const std::string kind = arguments[1];
+    return kind == "half" ? half(channel, txId) : receive(channel, rxId, txId, kind == "echo");
 }
