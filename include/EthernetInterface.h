@@ -187,7 +187,7 @@ private:
     Configuration config VQ_GUARDED_BY(stateMutex);
     std::atomic<bool> configured{false};
     std::atomic<bool> ipConflict{false};
-    std::atomic<bool> rxThreadRunning{false}; ///< cleared only with stateMutex held, see endReceiving()
+    std::atomic<bool> rxThreadRunning{false}; ///< cleared only with stateMutex held, see endAfterLoss()
     std::atomic<int> socketFd{-1};            ///< descriptor of openSocket, or -1
     fd_set readSet VQ_GUARDED_BY(stateMutex);
     sockaddr_in serverAddr VQ_GUARDED_BY(stateMutex) = {};
