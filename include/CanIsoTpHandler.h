@@ -220,8 +220,9 @@ public:
     /// Waits, however long, until the queue is empty, sent or aborted, then ends the worker and joins it. A worker
     /// that has ended already is joined at once; what it left in the queue stays there.
     ///
-    /// @return 0; -1 if there was no worker to join (never started, or stopped before). Nothing waits then, and a
-    ///         worker started later ends at once: its first command is the one that found no worker
+    /// @return 0; -1 if there was no worker to join (never started, or stopped before). Nothing waits then, and the
+    ///         command to end stays for the worker that is started next: it sends what was queued before the
+    ///         command, as far as no flow control is due, and ends
     ///
     /// Threads: the owner's; never from a callback.
     int stop();

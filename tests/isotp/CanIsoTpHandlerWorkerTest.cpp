@@ -70,6 +70,17 @@ TEST_F(CanIsoTpHandlerWorkerTest, WorkerStartedAfterAnIdleStopEndsAtOnce)
     EXPECT_EQ(events(), (Events{started, stopped}));
 }
 
+TEST_F(CanIsoTpHandlerWorkerTest, WorkerStartedAfterAnIdleStopSendsWhatWasQueuedBeforeIt)
+{
+    send({0xAB});
+    EXPECT_EQ(sut.stop(), -1);
+    ASSERT_EQ(sut.start(), 0);
+    ASSERT_TRUE(callback.events.waitForCount(2));
+    EXPECT_EQ(events(), (Events{started, stopped}));
+    EXPECT_EQ(sentFrames(), Frames{padded({0x01, 0xAB})});
+    EXPECT_EQ(sut.stop(), 0);
+}
+
 TEST_F(CanIsoTpHandlerWorkerTest, StopDoesNotWaitForAWorkerThatHasEnded)
 {
     EXPECT_EQ(sut.stop(), -1);
