@@ -5,8 +5,12 @@
 #include "StatTable.h"
 #include "StopSignal.h"
 
+#include <sys/ioctl.h>
+
+#include <algorithm>
 #include <iostream>
 #include <memory>
+#include <optional>
 #include <unistd.h>
 
 namespace tool {
@@ -26,12 +30,43 @@ constexpr const char* CLEAR_SCREEN = "\033[2J";
 constexpr const char* CLEAR_REST_OF_LINE = "\033[K";
 constexpr const char* CLEAR_REST = "\033[J";
 
-/// Draws over what stands there instead of clearing first, so that nothing flickers.
-std::string overdrawn(const std::string& table)
+/// The terminal at standard output.
+struct Terminal
 {
+    size_t columns = 80;
+    size_t rows = 24;
+};
+
+/// Asked anew for every table: windows change.
+std::optional<Terminal> terminal()
+{
+    if (::isatty(STDOUT_FILENO) != 1) {
+        return std::nullopt;
+    }
+    winsize size{};
+    if (::ioctl(STDOUT_FILENO, TIOCGWINSZ, &size) != 0 || size.ws_col == 0 || size.ws_row == 0) {
+        return Terminal();
+    }
+    return Terminal{.columns = size.ws_col, .rows = size.ws_row};
+}
+
+/// Draws over what stands there instead of clearing first, so that nothing flickers. What does not fit is left out:
+/// a terminal that scrolls shows nothing that one could read.
+std::string overdrawn(const std::string& table, size_t rows)
+{
+    const bool fits = static_cast<size_t>(std::ranges::count(table, '\n')) < rows;
     std::string text = HOME;
+    size_t row = 0;
     for (const char c : table) {
-        text += c == '\n' ? std::string(CLEAR_REST_OF_LINE) + "\n" : std::string(1, c);
+        if (c != '\n') {
+            text += c;
+            continue;
+        }
+        text.append(CLEAR_REST_OF_LINE).append("\n");
+        if (!fits && ++row + 2 >= rows) {
+            text += "more stages than rows; vlogger stat shows them all";
+            break;
+        }
     }
     return text + CLEAR_REST;
 }
@@ -39,9 +74,8 @@ std::string overdrawn(const std::string& table)
 void watch(const Options& options, const LoggerClient& client)
 {
     StopSignal stop;
-    const bool isTerminal = ::isatty(STDOUT_FILENO) == 1 && !options.isJson;
     wire::StageReport before = client.statistics();
-    if (isTerminal) {
+    if (terminal() && !options.isJson) {
         std::cout << CLEAR_SCREEN;
     }
     for (uint64_t round = 0; (options.count == 0 || round < options.count) && std::cout; ++round) {
@@ -52,9 +86,11 @@ void watch(const Options& options, const LoggerClient& client)
         if (options.isJson) {
             std::cout << statJson(report) << std::endl;
         } else {
-            const std::string table = statTable(report, &before, isTerminal);
+            const auto screen = terminal();
+            const std::string table =
+                statTable(report, &before, screen.has_value(), screen ? layoutFor(screen->columns) : StatLayout());
             // Where nothing can be drawn over, one table follows the other.
-            std::cout << (isTerminal ? overdrawn(table) : table + "\n") << std::flush;
+            std::cout << (screen ? overdrawn(table, screen->rows) : table + "\n") << std::flush;
         }
         before = std::move(report);
     }
@@ -68,7 +104,10 @@ void stat(const Options& options, Context& context)
     } else if (options.isJson) {
         std::cout << statJson(client.statistics()) << std::endl;
     } else {
-        std::cout << statTable(client.statistics(), nullptr, ::isatty(STDOUT_FILENO) == 1) << std::flush;
+        const auto screen = terminal();
+        std::cout << statTable(client.statistics(), nullptr, screen.has_value(),
+                               screen ? layoutFor(screen->columns) : StatLayout())
+                  << std::flush;
     }
     context.exitCode = SUCCESS;
 }

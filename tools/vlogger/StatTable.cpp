@@ -4,16 +4,16 @@
 
 #include <algorithm>
 #include <cmath>
-#include <cstdio>
+#include <cstring>
 
 namespace tool {
 
 namespace {
 
-constexpr size_t BAR_CELLS = 20;
+constexpr size_t STAGE_COLUMNS = 14;
 constexpr const char* RED = "\033[31m";
 constexpr const char* PLAIN = "\033[0m";
-/// A full bar; every cell to its left is a fifth of a power of ten less, so one sees little and much at once.
+/// A full bar; every cell to its left is the same factor less, so one sees little and much at once.
 constexpr double FULL_BAR_PER_SECOND = 1e6;
 constexpr double EMPTY_BAR_PER_SECOND = 100;
 
@@ -23,19 +23,34 @@ std::string padded(std::string text, size_t width)
     return text;
 }
 
-std::string number(uint64_t value)
+std::string number(uint64_t value, size_t columns)
 {
-    char text[24];
-    std::snprintf(text, sizeof text, "%12llu", static_cast<unsigned long long>(value));
-    return text;
+    const std::string digits = std::to_string(value);
+    return std::string(std::max(columns, digits.size() + 1) - digits.size(), ' ') + digits;
 }
 
-std::string bar(double perSecond)
+std::string heading(const char* text, size_t columns)
+{
+    return std::string(columns - std::min(columns, std::strlen(text)), ' ') + text;
+}
+
+std::string nameOf(const wire::StageCounts& stage, const StatLayout& layout)
+{
+    std::string name = stage.name;
+    if (layout.cutsNames && name.size() >= layout.nameColumns) {
+        name.resize(layout.nameColumns - 3);
+        name += "..";
+    }
+    return padded(name, layout.nameColumns);
+}
+
+std::string bar(double perSecond, size_t mostCells)
 {
     const double share = std::log10(std::max(perSecond, 1.0) / EMPTY_BAR_PER_SECOND) /
                          std::log10(FULL_BAR_PER_SECOND / EMPTY_BAR_PER_SECOND);
-    const double cells = perSecond <= 0 ? 0 : std::clamp(share * BAR_CELLS, 1.0, double{BAR_CELLS});
-    return padded(std::string(static_cast<size_t>(cells), '#'), BAR_CELLS);
+    const auto most = static_cast<double>(mostCells);
+    const double cells = perSecond <= 0 ? 0 : std::clamp(share * most, 1.0, most);
+    return padded(std::string(static_cast<size_t>(cells), '#'), mostCells);
 }
 
 const wire::StageCounts* sameStage(const wire::StageReport& report, const wire::StageCounts& stage)
@@ -54,28 +69,48 @@ uint64_t growth(uint64_t now, uint64_t before)
 
 } // namespace
 
-std::string statTable(const wire::StageReport& report, const wire::StageReport* before, bool isColoured)
+StatLayout layoutFor(size_t terminalColumns)
 {
-    std::string text =
-        padded("stage", 14) + padded("name", 24) + "          in         out     waiting     dropped";
-    text += before == nullptr ? "\n" : "     frames/s\n";
+    constexpr StatLayout NARROWEST{.nameColumns = 17, .numberColumns = 10, .barCells = 5, .cutsNames = true};
+    constexpr size_t FRAME_COLUMNS = 4 + 6; // around the bar, and the mark of a loss behind it
+    constexpr size_t WITH_TOTALS =
+        STAGE_COLUMNS + NARROWEST.nameColumns + 5 * NARROWEST.numberColumns + FRAME_COLUMNS;
+    constexpr size_t WITHOUT_TOTALS = WITH_TOTALS - 2 * NARROWEST.numberColumns;
+
+    StatLayout layout = NARROWEST;
+    layout.hasTotals = terminalColumns >= WITH_TOTALS + NARROWEST.barCells;
+    const size_t taken = layout.hasTotals ? WITH_TOTALS : WITHOUT_TOTALS;
+    const size_t left = terminalColumns - std::min(taken, terminalColumns);
+    layout.barCells = std::clamp(left, NARROWEST.barCells, StatLayout().barCells);
+    return layout;
+}
+
+std::string statTable(const wire::StageReport& report, const wire::StageReport* before, bool isColoured,
+                      const StatLayout& layout)
+{
+    const size_t columns = layout.numberColumns;
+    const bool hasTotals = before == nullptr || layout.hasTotals;
+    std::string text = padded("stage", STAGE_COLUMNS) + padded("name", layout.nameColumns);
+    text += hasTotals ? heading("in", columns) + heading("out", columns) : "";
+    text += heading("waiting", columns) + heading("dropped", columns);
+    text += before == nullptr ? "\n" : heading("frames/s", columns) + "\n";
     const double seconds =
         before == nullptr ? 0 : static_cast<double>(growth(report.uptimeUs, before->uptimeUs)) / 1e6;
     for (const wire::StageCounts& stage : report.stages) {
         const wire::StageCounts* const old = before == nullptr ? nullptr : sameStage(*before, stage);
         const bool loses = growth(stage.dropped, old == nullptr ? 0 : old->dropped) != 0;
-        text += padded(textOf(stage.stage), 14) + padded(stage.name, 24) + number(stage.in) + number(stage.out) +
-                number(stage.waiting);
+        text += padded(textOf(stage.stage), STAGE_COLUMNS) + nameOf(stage, layout);
+        text += hasTotals ? number(stage.in, columns) + number(stage.out, columns) : "";
+        text += number(stage.waiting, columns);
         text.append(loses && isColoured ? RED : "")
-            .append(number(stage.dropped))
+            .append(number(stage.dropped, columns))
             .append(loses && isColoured ? PLAIN : "");
         if (before != nullptr) {
             const uint64_t frames = growth(stage.in, old == nullptr ? 0 : old->in);
             const double perSecond = seconds > 0 ? static_cast<double>(frames) / seconds : 0;
-            text.append(" ")
-                .append(number(static_cast<uint64_t>(perSecond)))
+            text.append(number(static_cast<uint64_t>(perSecond), columns))
                 .append("  |")
-                .append(bar(perSecond))
+                .append(bar(perSecond, layout.barCells))
                 .append("|");
             text += loses ? "  LOSS" : "";
         }

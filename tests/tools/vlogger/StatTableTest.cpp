@@ -104,6 +104,44 @@ TEST(StatTableTest, LossOfLongAgoIsNotMarked)
     EXPECT_EQ(statTable(report, &before, true).find("LOSS"), std::string::npos);
 }
 
+TEST(StatTableTest, LinesFitTheTerminalFromEightyColumnsOn)
+{
+    const wire::StageReport before = reportAt(0, {});
+    const wire::StageReport report = reportAt(1000000, {{.stage = wire::Stage::DEVICE_QUEUE,
+                                                         .name = "can0 can1 can2 can3 can4 can5",
+                                                         .in = 123456789,
+                                                         .out = 123456789,
+                                                         .waiting = 123456789,
+                                                         .dropped = 123456789}});
+    for (const size_t columns : {80U, 90U, 95U, 96U, 97U, 110U, 200U}) {
+        for (const std::string& line : linesOf(statTable(report, &before, false, layoutFor(columns)))) {
+            EXPECT_LE(line.size(), columns) << line;
+        }
+        for (const std::string& line : linesOf(statTable(report, nullptr, false, layoutFor(columns)))) {
+            EXPECT_LE(line.size(), columns) << line;
+        }
+    }
+}
+
+TEST(StatTableTest, NarrowTerminalHasTheRateInPlaceOfTheTotals)
+{
+    const wire::StageReport before = reportAt(0, {});
+    const wire::StageReport report = reportAt(1000000, {{.name = "can0 can1", .in = 10000, .out = 20000}});
+    EXPECT_EQ(statTable(report, &before, false, layoutFor(80)),
+              "stage         name                waiting   dropped  frames/s\n"
+              "bus           can0 can1                 0         0     10000  |####     |\n");
+    EXPECT_EQ(statTable(report, nullptr, false, layoutFor(80)),
+              "stage         name                     in       out   waiting   dropped\n"
+              "bus           can0 can1             10000     20000         0         0\n");
+}
+
+TEST(StatTableTest, NumberThatIsTooLongForItsColumnKeepsABlankBeforeIt)
+{
+    const wire::StageReport report = reportAt(1, {{.name = "can0", .in = 12345678901, .out = 12345678901}});
+    EXPECT_NE(statTable(report, nullptr, false, layoutFor(80)).find(" 12345678901 12345678901 "),
+              std::string::npos);
+}
+
 TEST(StatTableTest, JsonHasEveryNumber)
 {
     EXPECT_EQ(
