@@ -2,6 +2,7 @@
 
 #include <logger/EpollLoop.h>
 #include <logger/LoggerCore.h>
+#include <logger/SignalsBlocked.h>
 #include <logger/StageCounting.h>
 #include <logger/SteadyClock.h>
 #include <logger/SystemError.h>
@@ -10,7 +11,6 @@
 #include <sys/socket.h>
 
 #include <cerrno>
-#include <csignal>
 #include <stdexcept>
 #include <thread>
 #include <utility>
@@ -23,24 +23,6 @@ std::shared_ptr<Clock> clockOf(const Options& options)
 {
     return options.clock ? options.clock : std::make_shared<SteadyClock>();
 }
-
-/// Keeps every signal away from threads that are started meanwhile: signals are the application's.
-class SignalsBlocked
-{
-public:
-    SignalsBlocked()
-    {
-        sigset_t all;
-        sigfillset(&all);
-        pthread_sigmask(SIG_SETMASK, &all, &before);
-    }
-    ~SignalsBlocked() { pthread_sigmask(SIG_SETMASK, &before, nullptr); }
-    SignalsBlocked(const SignalsBlocked&) = delete;
-    SignalsBlocked& operator=(const SignalsBlocked&) = delete;
-
-private:
-    sigset_t before{};
-};
 
 } // namespace
 

@@ -4,6 +4,7 @@
 #include "vqtrace/MessageDecoder.h"
 #include "vqutil/ErrorLine.h"
 
+#include <logger/SignalsBlocked.h>
 #include <wire/BusProtocol.h>
 #include <wire/TraceRecord.h>
 
@@ -12,7 +13,6 @@
 #include <algorithm>
 #include <cerrno>
 #include <climits>
-#include <csignal>
 #include <cstdlib>
 #include <system_error>
 #include <utility>
@@ -29,24 +29,6 @@ std::string nameOnTheBus()
     const char* const name = std::getenv("VQPBUS_NAME");
     return name != nullptr && name[0] != '\0' ? name : "Diagnostic";
 }
-
-/// The signals of the program are for the program's own threads.
-class NoSignals
-{
-public:
-    NoSignals()
-    {
-        sigset_t all;
-        sigfillset(&all);
-        pthread_sigmask(SIG_SETMASK, &all, &before);
-    }
-    ~NoSignals() { pthread_sigmask(SIG_SETMASK, &before, nullptr); }
-    NoSignals(const NoSignals&) = delete;
-    NoSignals& operator=(const NoSignals&) = delete;
-
-private:
-    sigset_t before{};
-};
 
 } // namespace
 
@@ -131,7 +113,7 @@ void BusClient::start()
         return;
     }
     try {
-        const NoSignals noSignals;
+        const vlogger::SignalsBlocked blocked;
         thread = std::thread(&BusClient::run, this);
         saidThatThereIsNoThread = false;
     } catch (const std::system_error& error) {
