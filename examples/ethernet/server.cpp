@@ -8,39 +8,29 @@
 #include <chrono>
 #include <cstdint>
 #include <cstdlib>
-#include <cstring>
 #include <iostream>
 #include <string>
 #include <system_error>
 #include <thread>
 
-#include <arpa/inet.h>
+#include <netinet/in.h>
 #include <poll.h>
 #include <sys/socket.h>
 #include <unistd.h>
 
 namespace {
 
-constexpr const char* TCP_IP = "127.0.0.1";
+constexpr in_addr_t TCP_IP = INADDR_LOOPBACK; // 127.0.0.1
 // One port number serves both ends of the datagrams, so on one machine they need two addresses.
-constexpr const char* UDP_IP = "127.0.0.2";
-constexpr const char* UDP_CLIENT_IP = "127.0.0.1";
+constexpr in_addr_t UDP_IP = INADDR_LOOPBACK + 1;
+constexpr in_addr_t UDP_CLIENT_IP = INADDR_LOOPBACK;
 
 constexpr int ATTEMPTS = 100;
 constexpr std::chrono::milliseconds BETWEEN_ATTEMPTS{100};
 
-sockaddr_in addressOf(const char* ip, uint16_t port)
+bool tryToBind(int fd, in_addr_t ip, uint16_t port)
 {
-    sockaddr_in address = {};
-    address.sin_family = AF_INET;
-    address.sin_port = htons(port);
-    address.sin_addr.s_addr = inet_addr(ip);
-    return address;
-}
-
-bool tryToBind(int fd, const char* ip, uint16_t port)
-{
-    const sockaddr_in address = addressOf(ip, port);
+    const sockaddr_in address = {AF_INET, htons(port), {htonl(ip)}, {}};
     return bind(fd, reinterpret_cast<const sockaddr*>(&address), sizeof address) == 0;
 }
 

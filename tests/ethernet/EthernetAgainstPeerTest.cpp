@@ -15,10 +15,10 @@ namespace {
 using testing::ElementsAre;
 
 /// The interface and the server that a bench plays, over the host platform.
-class EthernetPeerTest : public EthernetTest
+class EthernetAgainstPeerTest : public EthernetTest
 {
 protected:
-    EthernetPeerTest() { failing::skipPauses(); }
+    EthernetAgainstPeerTest() { failing::skipPauses(); }
 
     static uint16_t freePort(int type)
     {
@@ -68,19 +68,19 @@ protected:
     std::unique_ptr<vlogger::Bench> bench;
 };
 
-TEST_F(EthernetPeerTest, StreamIsEchoed)
+TEST_F(EthernetAgainstPeerTest, StreamIsEchoed)
 {
     EXPECT_EQ(configure(tcp(serve(config::Transport::TCP))), 1);
     expectExchange();
 }
 
-TEST_F(EthernetPeerTest, DatagramIsEchoed)
+TEST_F(EthernetAgainstPeerTest, DatagramIsEchoed)
 {
     EXPECT_EQ(configure(udp(serve(config::Transport::UDP))), 1);
     expectExchange();
 }
 
-TEST_F(EthernetPeerTest, LargestPayloadOfAStreamIsEchoed)
+TEST_F(EthernetAgainstPeerTest, LargestPayloadOfAStreamIsEchoed)
 {
     EXPECT_EQ(configure(tcp(serve(config::Transport::TCP))), 1);
     const Bytes largest(65535, 0x5A);
@@ -94,7 +94,7 @@ TEST_F(EthernetPeerTest, LargestPayloadOfAStreamIsEchoed)
     }));
 }
 
-TEST_F(EthernetPeerTest, ServerOfABenchThatIsStartedAgainIsFoundByTheNextSend)
+TEST_F(EthernetAgainstPeerTest, ServerOfABenchThatIsStartedAgainIsFoundByTheNextSend)
 {
     EXPECT_EQ(configure(tcp(serve(config::Transport::TCP))), 1);
     expectExchange();
@@ -105,7 +105,7 @@ TEST_F(EthernetPeerTest, ServerOfABenchThatIsStartedAgainIsFoundByTheNextSend)
     EXPECT_TRUE(callback.awaitStatus(1, 2));
 }
 
-TEST_F(EthernetPeerTest, SilentServerThatTalksAgainAnswersWhatItWasSent)
+TEST_F(EthernetAgainstPeerTest, SilentServerThatTalksAgainAnswersWhatItWasSent)
 {
     configuration.faults.events = {{.kind = config::FaultKind::PEER_SILENT, .target = "server"},
                                    {.kind = config::FaultKind::PEER_TALKS, .target = "server", .atMs = 500}};
@@ -113,7 +113,7 @@ TEST_F(EthernetPeerTest, SilentServerThatTalksAgainAnswersWhatItWasSent)
     expectExchange();
 }
 
-TEST_F(EthernetPeerTest, SinkTakesEverythingAndKeepsTheConnection)
+TEST_F(EthernetAgainstPeerTest, SinkTakesEverythingAndKeepsTheConnection)
 {
     EXPECT_EQ(configure(tcp(serve(config::Transport::TCP, config::Behaviour::SINK))), 1);
     for (int round = 0; round < 100; ++round) {
@@ -123,7 +123,7 @@ TEST_F(EthernetPeerTest, SinkTakesEverythingAndKeepsTheConnection)
     EXPECT_THAT(callback.statuses.all(), ElementsAre(1));
 }
 
-TEST_F(EthernetPeerTest, AddressThatTheBenchNamesAsTakenIsAConflict)
+TEST_F(EthernetAgainstPeerTest, AddressThatTheBenchNamesAsTakenIsAConflict)
 {
     configuration.addresses.taken = {"127.0.0.1"};
     const uint16_t served = serve(config::Transport::TCP);
