@@ -22,6 +22,19 @@ public:
         }
     }
 
+    /// A table of a list that is empty, as a comment: its defaults are to be seen, too.
+    template <typename Record>
+    void example(const std::string& header, std::span<const Key<Record>> keys)
+    {
+        text.append("\n# ").append(header).append("\n");
+        const Record defaults;
+        for (const Key<Record>& key : keys) {
+            text.append("# ").append(key.info.name).append(" = ");
+            text.append(valueText(key.info, key.get(defaults), true));
+            text.append(key.info.isRequired ? "  # required\n" : "\n");
+        }
+    }
+
     std::string text;
 };
 
@@ -101,10 +114,21 @@ std::string writeConfiguration(const Configuration& configuration)
             out.table("[[node.cyclic]]", cyclicKeys(), frame);
         }
     }
+    if (configuration.nodes.empty()) {
+        out.example("[[node]]", nodeKeys());
+        out.example("[[node.answer]]", answerKeys());
+        out.example("[[node.cyclic]]", cyclicKeys());
+    }
+    if (configuration.peers.empty()) {
+        out.example("[[peer]]", peerKeys());
+    }
     for (const Peer& peer : configuration.peers) {
         out.table("[[peer]]", peerKeys(), peer);
     }
     out.table("[faults]", faultKeys(), configuration.faults);
+    if (configuration.faults.events.empty()) {
+        out.example("[[faults.event]]", faultEventKeys());
+    }
     for (const FaultEvent& event : configuration.faults.events) {
         out.table("[[faults.event]]", faultEventKeys(), event);
     }

@@ -6,7 +6,8 @@
 
 namespace config {
 
-/// Writes a configuration in TOML: every table with every key, defaults included. What readConfiguration() makes of
+/// Writes a configuration in TOML: every table with every key, defaults included; of a list of tables that is empty
+/// one table as a comment. What readConfiguration() makes of
 /// it equals `configuration`.
 std::string writeConfiguration(const Configuration& configuration);
 

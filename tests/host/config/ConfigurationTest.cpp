@@ -164,23 +164,72 @@ TEST(ConfigurationTest, EveryKeyIsReadAndWrittenBack)
 
 TEST(ConfigurationTest, DefaultsAreShownWithEveryKey)
 {
-    EXPECT_EQ(writeConfiguration(Configuration()), "[board]\n"
-                                                   "type = 1\n"
-                                                   "device_code = 0\n"
-                                                   "can_fd_device = false\n"
-                                                   "\n"
-                                                   "[wiring]\n"
-                                                   "buses = []\n"
-                                                   "\n"
-                                                   "[queues]\n"
-                                                   "stream_bytes = 1048576\n"
-                                                   "stall_limit_ms = 1000\n"
-                                                   "\n"
-                                                   "[addresses]\n"
-                                                   "taken = []\n"
-                                                   "\n"
-                                                   "[faults]\n"
-                                                   "seed = 1\n");
+    EXPECT_EQ(writeConfiguration(Configuration()), R"([board]
+type = 1
+device_code = 0
+can_fd_device = false
+
+[wiring]
+buses = []
+
+[queues]
+stream_bytes = 1048576
+stall_limit_ms = 1000
+
+[addresses]
+taken = []
+
+# [[node]]
+# name = ""  # required
+# channel = 1
+# protocol = "iso_tp"
+# request_id = 0x7E0
+# response_id = 0x7E8
+# extended = false
+# addressing = "normal"
+# address = 0x0
+# peer_address = 0x0
+# minimal_dlc = false
+# block_size = 0
+# separation_time_us = 0
+# wait_frames = 0
+# wait_interval_ms = 100
+# delay_ms = 0
+# fault = "none"
+# fault_frame = 1
+
+# [[node.answer]]
+# request = ""  # required
+# mask = ""
+# response = ""
+# echo = false
+
+# [[node.cyclic]]
+# id = 0x0  # required
+# extended = false
+# fd = false
+# payload = ""
+# period_ms = 100
+
+# [[peer]]
+# name = ""  # required
+# transport = "tcp"
+# address = "127.0.0.1"
+# port = 0  # required
+# behaviour = "echo"
+
+[faults]
+seed = 1
+
+# [[faults.event]]
+# kind = "write_fails"  # required
+# target = ""  # required
+# at_ms = 0
+# spread_ms = 0
+# every_ms = 0
+# count = 1
+# error = "EIO"
+)");
 }
 
 TEST(ConfigurationTest, JsonHasTheSameNames)
