@@ -1,9 +1,11 @@
 #include "Commands.h"
 #include "ExitCode.h"
 
+#include <config/ConfigurationError.h>
 #include <config/ConfigurationReader.h>
 #include <config/ConfigurationTable.h>
 #include <config/ConfigurationWriter.h>
+#include <config/ValueText.h>
 
 #include <iostream>
 #include <memory>
@@ -17,6 +19,17 @@ struct Options
     std::string file;
     bool isJson = false;
 };
+
+std::string mistakesJson(const std::vector<config::Mistake>& mistakes)
+{
+    std::string text = R"({"mistakes":[)";
+    for (const config::Mistake& mistake : mistakes) {
+        text.append(&mistake == mistakes.data() ? "" : ",").append(R"({"line":)");
+        text.append(std::to_string(mistake.line)).append(R"(,"column":)").append(std::to_string(mistake.column));
+        text.append(R"(,"text":)").append(config::quotedText(mistake.text)).append("}");
+    }
+    return text + "]}";
+}
 
 void addShow(CLI::App& parent, Context& context)
 {
@@ -41,8 +54,21 @@ void addCheck(CLI::App& parent, Context& context)
     CLI::App* const command =
         parent.add_subcommand("check", "Say what is wrong with a file; exit code 1 if anything is");
     command->add_option("FILE", options->file, "Configuration in TOML")->required()->type_name("");
+    command->add_flag("--json", options->isJson, "The mistakes as one JSON object on standard output");
     command->callback([options, &context] {
-        config::readConfigurationFile(options->file);
+        try {
+            config::readConfigurationFile(options->file);
+        } catch (const config::ConfigurationError& error) {
+            if (!options->isJson) {
+                throw;
+            }
+            std::cout << mistakesJson(error.mistakes()) << std::endl;
+            context.exitCode = FAILURE;
+            return;
+        }
+        if (options->isJson) {
+            std::cout << mistakesJson({}) << std::endl;
+        }
         context.exitCode = SUCCESS;
     });
 }

@@ -1,6 +1,7 @@
 #!/usr/bin/env python3
 """The command serve, and who gets its socket."""
 
+import json
 import os
 import shutil
 import signal
@@ -55,6 +56,15 @@ class ServeTest(Bench):
         mistake = f"{file}:2:1: unknown key \"typ\" in [board]; the nearest known name is \"type\"\n"
         self.assertEqual(self.run_tool("serve", "--config", file, code=1).stderr, mistake)
         self.assertEqual(self.run_tool("config", "check", file, code=1).stderr, mistake)
+
+    def test_mistakes_are_listed_as_json(self):
+        file = self.write("bench.toml", "[board]\ntyp = 1\n")
+        text = 'unknown key "typ" in [board]; the nearest known name is "type"'
+        done = self.run_tool("config", "check", "--json", file, code=1)
+        self.assertEqual(json.loads(done.stdout), {"mistakes": [{"line": 2, "column": 1, "text": text}]})
+        self.assertEqual(done.stderr, "")
+        right = self.run_tool("config", "check", "--json", self.write("bench.toml", ""))
+        self.assertEqual(right.stdout, '{"mistakes":[]}\n')
 
 
 if __name__ == "__main__":
