@@ -1,154 +1,20 @@
-#include <vqtrace/TraceMessageBuffer.h>
-
-#include "TraceBytes.h"
-
-#include <wire/FileDescriptor.h>
+#include "TraceBufferTest.h"
 
 #include <gtest/gtest.h>
-#include <support/CapturedOutput.h>
-#include <support/RedirectedDescriptor.h>
-#include <support/Sanitizer.h>
 
 #include <fcntl.h>
-#include <poll.h>
-#include <sys/resource.h>
-#include <sys/socket.h>
-#include <unistd.h>
 
 #include <algorithm>
 #include <cerrno>
-#include <iostream>
 #include <random>
 #include <thread>
 
+using namespace tracebuffer;
 using namespace tracebytes;
 
 namespace {
 
-constexpr size_t BUFFER_BYTES = 0x10000;
-const std::string NAME = "/dev/vqlog-fpgab";
-
-/// The two ends of a stream.
-struct Stream
-{
-    wire::FileDescriptor reader;
-    wire::FileDescriptor writer;
-};
-
-Stream socketStream()
-{
-    int ends[2];
-    EXPECT_EQ(socketpair(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0, ends), 0);
-    return {wire::FileDescriptor(ends[0]), wire::FileDescriptor(ends[1])};
-}
-
-Stream pipeStream()
-{
-    int ends[2];
-    EXPECT_EQ(pipe(ends), 0);
-    return {wire::FileDescriptor(ends[0]), wire::FileDescriptor(ends[1])};
-}
-
-class TraceMessageBufferTest : public testing::Test
-{
-protected:
-    void build(Stream stream, size_t sizeBytes = BUFFER_BYTES, Mutex* logMutex = nullptr)
-    {
-        ends = std::move(stream);
-        buffer = std::make_unique<TraceMessageBuffer>(ends.reader.get(), sizeBytes, logMutex);
-        buffer->name = NAME;
-    }
-
-    void deviceSends(const Bytes& bytes) const
-    {
-        ASSERT_EQ(::write(ends.writer.get(), bytes.data(), bytes.size()), static_cast<ssize_t>(bytes.size()));
-    }
-
-    void deviceEnds() { ends.writer.reset(); }
-
-    /// A device that ends without having taken what was sent to it resets the connection.
-    void deviceEndsWithInputLeft()
-    {
-        ASSERT_EQ(::write(ends.reader.get(), "x", 1), 1);
-        deviceEnds();
-    }
-
-    /// The next record; empty if there is none.
-    Bytes fetch() const
-    {
-        unsigned char* begin = nullptr;
-        unsigned char* end = nullptr;
-        return buffer->getNextMessage(begin, end) ? Bytes(begin, end) : Bytes();
-    }
-
-    /// The text of the exception that the next fetch throws; empty if it throws none.
-    std::string complaint() const
-    {
-        try {
-            fetch();
-        } catch (const VQException& exception) {
-            return exception.what();
-        }
-        return "";
-    }
-
-    /// Fetches what there is as a receive thread does: up to the end or to an exception, whichever comes first.
-    /// @param refused  number of the frame at which a receiver throws; -1: none
-    void fetchUntilException(std::vector<Bytes>& fetched, int refused = -1) const
-    {
-        try {
-            for (Bytes record = fetch(); !record.empty(); record = fetch()) {
-                fetched.push_back(record);
-                if (refused >= 0 && record == frame(static_cast<uint32_t>(refused))) {
-                    throw VQException("refused");
-                }
-            }
-        } catch (const VQException&) {
-        }
-    }
-
-    bool isReady() const
-    {
-        pollfd watched{.fd = ends.reader.get(), .events = POLLIN, .revents = 0};
-        return poll(&watched, 1, 0) != 0;
-    }
-
-    Stream ends;
-    std::unique_ptr<TraceMessageBuffer> buffer;
-};
-
-/// Takes what is written and notes whether the mutex was held meanwhile.
-class LockWatchingBuffer : public std::streambuf
-{
-public:
-    explicit LockWatchingBuffer(Mutex& watched) : mutex(watched) {}
-
-    std::string text;
-    bool wasLocked = true;
-
-protected:
-    std::streamsize xsputn(const char* bytes, std::streamsize count) override
-    {
-        text.append(bytes, static_cast<size_t>(count));
-        std::thread([this] {
-            if (mutex.tryLock()) {
-                wasLocked = false;
-                mutex.unlock();
-            }
-        }).join();
-        return count;
-    }
-
-private:
-    Mutex& mutex;
-};
-
-/// The promises that hold for every kind of descriptor.
-class AnyStreamTest : public TraceMessageBufferTest, public testing::WithParamInterface<std::string>
-{
-protected:
-    static Stream stream() { return GetParam() == "Socket" ? socketStream() : pipeStream(); }
-};
+using TraceMessageBufferTest = TraceBufferTest;
 
 INSTANTIATE_TEST_SUITE_P(Kinds, AnyStreamTest, testing::Values("Socket", "Pipe"),
                          [](const auto& kind) { return kind.param; });
@@ -208,83 +74,6 @@ TEST_P(AnyStreamTest, RecordThatIsCutAnywhereWaitsForTheNextRead)
         ASSERT_GT(buffer->read(), 0);
         ASSERT_EQ(fetch(), record) << cut;
     }
-}
-
-TEST_P(AnyStreamTest, EndOfTheDeviceIsSaidOnceAndReadReturnsZeroFromThenOn)
-{
-    build(stream());
-    deviceEnds();
-    CapturedOutput output;
-
-    EXPECT_EQ(buffer->read(), 0);
-    EXPECT_EQ(buffer->read(), 0);
-
-    EXPECT_EQ(output.out(), "[ERROR] TraceMessageBuffer::read() device is at its end, name=/dev/vqlog-fpgab\n");
-    EXPECT_EQ(output.err(), "");
-}
-
-TEST_P(AnyStreamTest, DescriptorOfADeviceAtItsEndIsNeverReadyAgain)
-{
-    build(stream());
-    deviceEnds();
-    EXPECT_TRUE(isReady());
-    const CapturedOutput output;
-
-    buffer->read();
-
-    EXPECT_FALSE(isReady());
-    EXPECT_EQ(buffer->read(), 0);
-}
-
-TEST_P(AnyStreamTest, StreamThatEndsWithinARecordNamesTheBytesThatAreLeft)
-{
-    build(stream());
-    Bytes bytes = joined({frame(1), frame(2)});
-    bytes.erase(bytes.end() - 10, bytes.end());
-    deviceSends(bytes);
-    deviceEnds();
-    CapturedOutput output;
-
-    buffer->read();
-    EXPECT_EQ(fetch(), frame(1));
-    EXPECT_EQ(fetch(), Bytes());
-    EXPECT_EQ(buffer->read(), 0);
-    EXPECT_EQ(fetch(), Bytes());
-
-    EXPECT_EQ(output.out(),
-              "[ERROR] TraceMessageBuffer::read() device is at its end, name=/dev/vqlog-fpgab, bytes left=21\n");
-}
-
-TEST_P(AnyStreamTest, CloseOnExecOfTheDescriptorStaysAsItWas)
-{
-    for (const int flag : {0, FD_CLOEXEC}) {
-        build(stream());
-        fcntl(ends.reader.get(), F_SETFD, flag);
-        deviceEnds();
-        const CapturedOutput output;
-        buffer->read();
-
-        EXPECT_EQ(fcntl(ends.reader.get(), F_GETFD), flag);
-    }
-}
-
-TEST_F(TraceMessageBufferTest, EndIsSaidUnderTheLogMutex)
-{
-    Mutex logMutex;
-    LockWatchingBuffer watching(logMutex);
-    std::streambuf* const before = std::cout.rdbuf(&watching);
-    build(socketStream(), BUFFER_BYTES, &logMutex);
-    deviceEnds();
-
-    buffer->read();
-
-    std::cout.rdbuf(before);
-    EXPECT_EQ(watching.text, "[ERROR] TraceMessageBuffer::read() device is at its end, name=/dev/vqlog-fpgab\n");
-    EXPECT_TRUE(watching.wasLocked);
-    if (!logMutex.tryLock()) {
-        FAIL() << "the reader still holds the log lock";
-    }
-    logMutex.unlock();
 }
 
 TEST_F(TraceMessageBufferTest, ReadOfAClosedDescriptorFailsWithItsErrno)
@@ -455,55 +244,6 @@ TEST_F(TraceMessageBufferTest, RecordsLeftByAnExceptionAreAnnouncedByTheNextRead
     EXPECT_EQ(buffer->read(), 0);
 }
 
-TEST_F(TraceMessageBufferTest, RecordsLeftByAnExceptionAreNotLostWithTheDevice)
-{
-    build(socketStream());
-    deviceSends(joined({Bytes(7, 0xFF), frame(1)}));
-    buffer->read();
-    EXPECT_NE(complaint(), "");
-    deviceEnds();
-    const CapturedOutput output;
-
-    EXPECT_EQ(buffer->read(), 31);
-    EXPECT_EQ(fetch(), frame(1));
-}
-
-TEST_F(TraceMessageBufferTest, RecordsBehindTwoBadStretchesAreNotLostWithTheDevice)
-{
-    build(socketStream());
-    deviceSends(joined({Bytes(7, 0xFF), frame(1), Bytes(7, 0xFF), frame(2)}));
-    deviceEnds();
-    CapturedOutput output;
-    std::vector<Bytes> fetched;
-
-    while (buffer->read() > 0) {
-        EXPECT_TRUE(isReady());
-        fetchUntilException(fetched);
-    }
-
-    EXPECT_EQ(fetched, (std::vector<Bytes>{frame(1), frame(2)}));
-    EXPECT_FALSE(isReady());
-    EXPECT_EQ(output.out(), "[ERROR] TraceMessageBuffer::read() device is at its end, name=/dev/vqlog-fpgab\n");
-}
-
-TEST_F(TraceMessageBufferTest, RecordsBehindOneThatAReceiverRefusedAreNotLostWithTheDevice)
-{
-    build(socketStream());
-    deviceSends(joined({frame(1), frame(2)}));
-    deviceEnds();
-    CapturedOutput output;
-    std::vector<Bytes> fetched;
-
-    while (buffer->read() > 0) {
-        EXPECT_TRUE(isReady());
-        fetchUntilException(fetched, 1);
-    }
-
-    EXPECT_EQ(fetched, (std::vector<Bytes>{frame(1), frame(2)}));
-    EXPECT_FALSE(isReady());
-    EXPECT_EQ(output.out(), "[ERROR] TraceMessageBuffer::read() device is at its end, name=/dev/vqlog-fpgab\n");
-}
-
 TEST_F(TraceMessageBufferTest, RecordsBehindOneThatAReceiverRefusedAreAnnouncedByTheNextRead)
 {
     build(socketStream());
@@ -516,81 +256,6 @@ TEST_F(TraceMessageBufferTest, RecordsBehindOneThatAReceiverRefusedAreAnnouncedB
     EXPECT_EQ(fetch(), frame(2));
     EXPECT_EQ(fetch(), Bytes());
     EXPECT_EQ(buffer->read(), 0);
-}
-
-TEST_F(TraceMessageBufferTest, PartOfARecordBehindARefusedOneIsCountedAtTheEndOnly)
-{
-    build(socketStream());
-    Bytes cut = frame(2);
-    cut.resize(20);
-    deviceSends(joined({frame(1), cut}));
-    deviceEnds();
-    CapturedOutput output;
-    std::vector<Bytes> fetched;
-
-    while (buffer->read() > 0) {
-        fetchUntilException(fetched, 1);
-    }
-
-    EXPECT_EQ(fetched, std::vector<Bytes>{frame(1)});
-    EXPECT_EQ(output.out(),
-              "[ERROR] TraceMessageBuffer::read() device is at its end, name=/dev/vqlog-fpgab, bytes left=20\n");
-}
-
-TEST_F(TraceMessageBufferTest, ConnectionThatIsResetIsTheEndOfTheDevice)
-{
-    build(socketStream());
-    deviceSends(frame(1));
-    deviceEndsWithInputLeft();
-    CapturedOutput output;
-
-    EXPECT_EQ(buffer->read(), 31);
-    EXPECT_EQ(fetch(), frame(1));
-    EXPECT_EQ(fetch(), Bytes());
-    EXPECT_EQ(buffer->read(), 0);
-
-    EXPECT_FALSE(isReady());
-    EXPECT_EQ(output.out(), "[ERROR] TraceMessageBuffer::read() device is at its end, name=/dev/vqlog-fpgab\n");
-}
-
-TEST_F(TraceMessageBufferTest, EndWithoutADescriptorForTheReplacementIsSaidOnceAndReplacedLater)
-{
-    if (ADDRESS_SANITIZER) {
-        GTEST_SKIP() << "the undefined-behaviour sanitizer needs descriptors of its own";
-    }
-    build(socketStream());
-    deviceEnds();
-    CapturedOutput output;
-    rlimit limit{};
-    ASSERT_EQ(getrlimit(RLIMIT_NOFILE, &limit), 0);
-    const rlimit none{.rlim_cur = 0, .rlim_max = limit.rlim_max};
-    ASSERT_EQ(setrlimit(RLIMIT_NOFILE, &none), 0);
-    EXPECT_EQ(buffer->read(), 0);
-    ASSERT_EQ(setrlimit(RLIMIT_NOFILE, &limit), 0);
-    EXPECT_TRUE(isReady());
-
-    EXPECT_EQ(buffer->read(), 0);
-
-    EXPECT_FALSE(isReady());
-    EXPECT_EQ(output.out(), "[ERROR] TraceMessageBuffer::read() device is at its end, name=/dev/vqlog-fpgab\n");
-}
-
-TEST_F(TraceMessageBufferTest, EndOnAFullDiskCostsItsLineAndNoLaterOne)
-{
-    CapturedOutput output;
-    build(socketStream());
-    deviceEnds();
-    {
-        const RedirectedDescriptor redirected(STDOUT_FILENO, openFullDisk());
-        buffer->read();
-    }
-    EXPECT_TRUE(std::cout.good());
-
-    build(socketStream());
-    deviceEnds();
-    buffer->read();
-
-    EXPECT_EQ(output.out(), "[ERROR] TraceMessageBuffer::read() device is at its end, name=/dev/vqlog-fpgab\n");
 }
 
 TEST_F(TraceMessageBufferTest, FramesAmongRandomBytesAllComeOut)
