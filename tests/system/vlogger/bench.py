@@ -68,8 +68,8 @@ class Bench(unittest.TestCase):
             return file.read()
 
     def start(self, *command, **options):
-        child = subprocess.Popen(command, env=self.environment, stdout=subprocess.PIPE, stderr=subprocess.PIPE,
-                                 stdin=subprocess.PIPE, text=True, **options)
+        streams = {name: subprocess.PIPE for name in ("stdin", "stdout", "stderr")}
+        child = subprocess.Popen(command, env=self.environment, text=True, **{**streams, **options})
         self.children.append(child)
         return child
 

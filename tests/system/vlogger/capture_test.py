@@ -2,6 +2,7 @@
 """The commands record, replay and convert."""
 
 import os
+import subprocess
 import sys
 
 from bench import LIMIT_S, VLOGGER, Bench, generated_log, main
@@ -59,6 +60,24 @@ class CaptureTest(Bench):
         self.assertEqual(limited.returncode, 1)
         self.assertRegex(err, r"^vlogger: recording ends after \d+ frames, which can be read: .*File too large\n$")
         self.run_tool("convert", self.path("out.pcapng"), self.path("out.log"))
+        self.assertIn(f"after {len(self.read('out.log').splitlines())} frames", err)
+
+    def test_disk_without_room_ends_a_recording_with_a_readable_file(self):
+        disk = self.path("disk")
+        os.mkdir(disk)
+        mounted = os.getuid() == 0 and subprocess.run(("mount", "-t", "tmpfs", "-o", "size=64k", "none", disk),
+                                                      capture_output=True, check=False).returncode == 0
+        if not mounted:
+            self.skipTest("only root can make a small disk")
+        self.addCleanup(subprocess.run, ("umount", "-l", disk), check=True)
+        self.serve()
+        recorder = self.record(os.path.join(disk, "out.pcapng"))
+        self.run_tool("replay", self.write("in.log", generated_log(3000)), "--speed", "max")
+        _, err = recorder.communicate(timeout=LIMIT_S)
+        self.assertEqual(recorder.returncode, 1)
+        self.assertRegex(err, r"^vlogger: recording ends after \d+ frames, which can be read: "
+                              r".*: No space left on device\n$")
+        self.run_tool("convert", os.path.join(disk, "out.pcapng"), self.path("out.log"))
         self.assertIn(f"after {len(self.read('out.log').splitlines())} frames", err)
 
     def test_killed_recording_has_every_frame_of_a_quiet_bus(self):
