@@ -15,7 +15,6 @@
 /// Records lie at any address in the read buffer, so every field is put together from bytes.
 namespace canrecord {
 
-constexpr size_t TYPE_END = 4;
 /// The shortest record that holds every field.
 constexpr size_t MIN_BYTES = 22;
 constexpr uint16_t CAN_FRAME_TYPE = 11;

@@ -104,8 +104,7 @@ void MsgRxHandler::processMessages(TraceMessageBuffer& buffer)
         while (buffer.getNextMessage(begin, end)) {
             unsigned char* const record = begin;
             const size_t length = lengthOf(record, end);
-            if (length < canrecord::TYPE_END || canrecord::typeOf(record) != canrecord::CAN_FRAME_TYPE ||
-                length < canrecord::MIN_BYTES) {
+            if (length < canrecord::MIN_BYTES || canrecord::typeOf(record) != canrecord::CAN_FRAME_TYPE) {
                 continue;
             }
             canrecord::setTime(record, canrecord::timeOf(record) + offset);
