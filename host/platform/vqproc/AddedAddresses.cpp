@@ -38,6 +38,8 @@ AddedAddresses::AddedAddresses() : owner(getpid())
 
 std::string AddedAddresses::add(const std::string& interfaceName, in_addr address, uint8_t prefixLength)
 try {
+    // First, because without a free descriptor the name would not be found, and no reason given.
+    RouteSocket route;
     const unsigned index = if_nametoindex(interfaceName.c_str());
     if (index == 0) {
         return "there is no interface " + interfaceName;
@@ -56,7 +58,6 @@ try {
             return {};
         }
     }
-    RouteSocket route;
     return addNew(route, {.interfaceName = interfaceName,
                           .interfaceIndex = index,
                           .address = address,

@@ -10,6 +10,8 @@
 
 #include <cstdlib>
 
+#include <sys/resource.h>
+
 namespace {
 
 /// What configureIP answered, and what it wrote to standard error.
@@ -172,6 +174,22 @@ TEST_F(IPConfigTest, ApplyRefusesAnUnknownInterface)
     config.interfaceName = "nosuchinterface0";
     EXPECT_EQ(configure(), (Answer{false, "[ERROR] IPConfig: refused 127.0.0.1 on nosuchinterface0: there is no "
                                           "interface nosuchinterface0\n"}));
+}
+
+TEST_F(IPConfigTest, ApplyWithoutAFreeDescriptorRefusesWithTheReason)
+{
+    chooseMode("apply");
+    config.interfaceName = "lo";
+    rlimit before = {};
+    ASSERT_EQ(getrlimit(RLIMIT_NOFILE, &before), 0);
+    rlimit none = before;
+    none.rlim_cur = 0;
+    CapturedOutput output;
+    ASSERT_EQ(setrlimit(RLIMIT_NOFILE, &none), 0);
+    const bool granted = IPConfig::getInstance()->configureIP(config, true);
+    setrlimit(RLIMIT_NOFILE, &before);
+    EXPECT_FALSE(granted);
+    EXPECT_EQ(output.err(), "[ERROR] IPConfig: refused 127.0.0.1 on lo: netlink socket: Too many open files\n");
 }
 
 TEST_F(IPConfigTest, ApplyGrantsAnAddressThatTheInterfaceCarries)
