@@ -88,7 +88,7 @@ bool perform(const Exchange& exchange, CanTP_ISO_Interface& ecu, AnswerBox& answ
     return *answer == exchange.answer;
 }
 
-int run(unsigned char channel, std::ostream& report)
+int testEcu(unsigned char channel, std::ostream& report)
 {
     AnswerBox answers; // before the interface: it has to outlive it
     CanTP_ISO_Interface ecu(channel, {ANSWER_ID}, REQUEST_ID);
@@ -102,9 +102,7 @@ int run(unsigned char channel, std::ostream& report)
     return 0;
 }
 
-} // namespace
-
-int main(int argc, char** argv)
+int run(int argc, char** argv)
 {
     constexpr int WRONG_USAGE = 2;
 
@@ -122,11 +120,18 @@ int main(int argc, char** argv)
         return app.exit(error) == 0 ? 0 : WRONG_USAGE;
     }
     std::ostream report(std::cout.rdbuf());
+    if (!linesFile.empty()) {
+        moveLibraryLines(linesFile);
+    }
+    return testEcu(channel, report);
+}
+
+} // namespace
+
+int main(int argc, char** argv)
+{
     try {
-        if (!linesFile.empty()) {
-            moveLibraryLines(linesFile);
-        }
-        return run(channel, report);
+        return run(argc, argv);
     } catch (const std::exception& error) {
         std::cerr << "tester: " << error.what() << '\n';
         return 1;
