@@ -247,6 +247,73 @@ private:
     std::thread thread;
 };
 
+/// One way and undisturbed: everything arrives, round for round.
+void sendOneWay(Connection& connection, unsigned rounds)
+{
+    for (unsigned round = 0; round < rounds; ++round) {
+        std::vector<std::thread> threads =
+            startSenders(connection.left, round, round % 5 == 0 ? 4095 : 5, [](unsigned) {});
+        threads.emplace_back([&] { stopAndStart(connection.left, 3); });
+        threads.emplace_back([&] { stopAndStart(connection.right, 3); });
+        join(threads);
+        EXPECT_TRUE(becomesTrue([&] { return connection.right.received[round] == SENDERS * MESSAGES_PER_SENDER; }));
+    }
+}
+
+void abortSometimes(End& end, unsigned chance)
+{
+    if (chance % 60 == 0) {
+        end.handler.abortProcessing(Handler::ERR_OVERFLOW);
+    }
+}
+
+bool allReceived(const Connection& connection, unsigned round)
+{
+    return connection.right.received[round] == connection.left.accepted[round] &&
+           connection.left.received[round] == connection.right.accepted[round];
+}
+
+/// Both ways, among aborts: what is missing of a round comes with an error status.
+void sendBothWays(Connection& connection, unsigned rounds)
+{
+    for (unsigned round = 0; round < rounds; ++round) {
+        const unsigned errorsBefore = connection.errors();
+        std::vector<std::thread> threads;
+        for (End* const end : {&connection.left, &connection.right}) {
+            for (std::thread& sender :
+                 startSenders(*end, round, 300, [end](unsigned chance) { abortSometimes(*end, chance); })) {
+                threads.push_back(std::move(sender));
+            }
+            threads.emplace_back([end] { stopAndStart(*end, 3); });
+        }
+        join(threads);
+        EXPECT_TRUE(
+            becomesTrue([&] { return allReceived(connection, round) || connection.errors() > errorsBefore; }));
+    }
+}
+
+/// Drives every connection from a thread of its own.
+void driveAll(const std::vector<std::unique_ptr<Connection>>& connections, unsigned rounds,
+              void (*drive)(Connection&, unsigned))
+{
+    std::vector<std::thread> drivers;
+    drivers.reserve(connections.size());
+    for (const auto& connection : connections) {
+        drivers.emplace_back(drive, std::ref(*connection), rounds);
+    }
+    join(drivers);
+}
+
+/// Every end of the connections.
+std::vector<End*> endsOf(const std::vector<std::unique_ptr<Connection>>& connections)
+{
+    std::vector<End*> ends;
+    for (const auto& connection : connections) {
+        ends.insert(ends.end(), {&connection->left, &connection->right});
+    }
+    return ends;
+}
+
 class CanIsoTpHandlerStressTest : public testing::Test
 {
 protected:
@@ -293,28 +360,15 @@ TEST_F(CanIsoTpHandlerStressTest, NothingIsLostOneWayWhileWorkersAreStoppedAndSt
     const unsigned rounds = std::min(20 * factor(), MAX_ROUNDS - 1);
     BusThread bus;
     const auto connections = connect(0x100);
-    std::vector<std::thread> drivers;
-    for (const auto& one : connections) {
-        drivers.emplace_back([&connection = *one, rounds] {
-            for (unsigned round = 0; round < rounds; ++round) {
-                std::vector<std::thread> threads =
-                    startSenders(connection.left, round, round % 5 == 0 ? 4095 : 5, [](unsigned) {});
-                threads.emplace_back([&] { stopAndStart(connection.left, 3); });
-                threads.emplace_back([&] { stopAndStart(connection.right, 3); });
-                join(threads);
-                EXPECT_TRUE(
-                    becomesTrue([&] { return connection.right.received[round] == SENDERS * MESSAGES_PER_SENDER; }));
-            }
-        });
+    driveAll(connections, rounds, &sendOneWay);
+    for (End* const end : endsOf(connections)) {
+        expectStopped(*end);
+        EXPECT_EQ(end->errors, 0U);
     }
-    join(drivers);
     for (const auto& connection : connections) {
-        expectStopped(connection->left);
-        expectStopped(connection->right);
         for (unsigned round = 0; round < rounds; ++round) {
-            EXPECT_EQ(connection->right.received[round], connection->left.accepted[round]);
+            EXPECT_TRUE(allReceived(*connection, round)) << round;
         }
-        EXPECT_EQ(connection->errors(), 0U);
     }
 }
 
@@ -324,44 +378,10 @@ TEST_F(CanIsoTpHandlerStressTest, NothingIsLostWithoutAStatusAmongAbortsStopsAnd
     const unsigned rounds = std::min(20 * factor(), MAX_ROUNDS - 1);
     BusThread bus;
     const auto connections = connect(DISTURBED_IDS);
-    std::vector<End*> ends;
-    for (const auto& connection : connections) {
-        ends.push_back(&connection->left);
-        ends.push_back(&connection->right);
-    }
     {
-        const Clockwork clockwork(ends);
-        std::vector<std::thread> drivers;
-        for (const auto& one : connections) {
-            drivers.emplace_back([&connection = *one, rounds] {
-                for (unsigned round = 0; round < rounds; ++round) {
-                    const unsigned errorsBefore = connection.errors();
-                    std::vector<std::thread> threads;
-                    for (End* const end : {&connection.left, &connection.right}) {
-                        const auto abortSometimes = [end](unsigned chance) {
-                            if (chance % 60 == 0) {
-                                end->handler.abortProcessing(Handler::ERR_OVERFLOW);
-                            }
-                        };
-                        for (std::thread& sender : startSenders(*end, round, 300, abortSometimes)) {
-                            threads.push_back(std::move(sender));
-                        }
-                        threads.emplace_back([end] { stopAndStart(*end, 3); });
-                    }
-                    join(threads);
-                    const auto allReceived = [round](const End& from, const End& to) {
-                        return to.received[round] == from.accepted[round];
-                    };
-                    EXPECT_TRUE(becomesTrue([&] {
-                        return (allReceived(connection.left, connection.right) &&
-                                allReceived(connection.right, connection.left)) ||
-                               connection.errors() > errorsBefore;
-                    }));
-                }
-            });
-        }
-        join(drivers);
-        for (End* const end : ends) {
+        const Clockwork clockwork(endsOf(connections));
+        driveAll(connections, rounds, &sendBothWays);
+        for (End* const end : endsOf(connections)) {
             expectStopped(*end);
         }
     }
