@@ -9,12 +9,16 @@
 #include <support/RecordingReceiver.h>
 #include <support/ThreadCalls.h>
 
+#include <vqutil/VQException.h>
+
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
 #include <atomic>
+#include <csignal>
 #include <cstdio>
 #include <cstdlib>
+#include <stdexcept>
 #include <thread>
 
 #include <unistd.h>
@@ -127,6 +131,65 @@ public:
     for (;;) {
         pause();
     }
+}
+
+/// Fails at the first state change, with the one exception that is caught for a frame.
+class FailingReceiver : public MsgRxHandlerCb
+{
+public:
+    void onStateChanged(handlerState_t /*state*/, const std::string& /*text*/) override
+    {
+        throw VQException("state not wanted");
+    }
+    void onRawReceived(const uint8_t* /*data*/, size_t /*size*/) override {}
+};
+
+/// Takes every state and fails at the first frame.
+class FrameFailingReceiver : public RecordingReceiver
+{
+public:
+    void onRawReceived(const uint8_t* /*data*/, size_t /*size*/) override
+    {
+        throw std::runtime_error("frame not wanted");
+    }
+};
+
+[[noreturn]] void failInStateCallback()
+{
+    fakedevices::provideNull(MAIN, 201);
+    static FailingReceiver receiver;
+    MsgRxHandler::getInstance()->registerCanMessage(0, 1, CAN_STANDARD, &receiver);
+    MsgRxHandler::getInstance()->setOnline();
+    for (;;) {
+        pause();
+    }
+}
+
+[[noreturn]] void failInFrameCallback()
+{
+    static faketrace::Feed feed;
+    fakedevices::provideAs(MAIN, feed.deviceEnd(), 201);
+    static FrameFailingReceiver receiver;
+    MsgRxHandler::getInstance()->registerCanMessage(0, 1, CAN_STANDARD, &receiver);
+    MsgRxHandler::getInstance()->setOnline();
+    receiver.states.waitForCount(1);
+    MsgRxHandler::getInstance()->registerCanMessage(0, 1, CAN_STANDARD, &receiver);
+    feed.arrives({FrameRecord{.idWord = 1}.bytes()});
+    for (;;) {
+        pause();
+    }
+}
+
+TEST_F(MsgRxHandlerExitTest, ExceptionOutOfAStateCallbackEndsTheProcess)
+{
+    EXPECT_EXIT((prepareChild(), failInStateCallback()), testing::KilledBySignal(SIGABRT),
+                testing::HasSubstr("fpgacOffset=0\n"));
+}
+
+TEST_F(MsgRxHandlerExitTest, ForeignExceptionOutOfAFrameCallbackEndsTheProcess)
+{
+    EXPECT_EXIT((prepareChild(), failInFrameCallback()), testing::KilledBySignal(SIGABRT),
+                testing::HasSubstr("frame not wanted"));
 }
 
 TEST_F(MsgRxHandlerExitTest, ExitStopsTheThreadAndClosesTheDevices)
