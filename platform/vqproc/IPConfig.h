@@ -54,7 +54,8 @@ public:
     /// The one object of the process, built on first use and never destroyed. Never null.
     static IPConfig* getInstance();
 
-    /// Puts `loggerIp` on `interfaceName`.
+    /// Puts `loggerIp` on `interfaceName`. If the interface has the address already, that keeps its mask; another one
+    /// in the record is told on standard error.
     ///
     /// @param config  the address; invalid texts are refused
     /// @param udp     true if the address is for datagrams, false for a stream
@@ -62,8 +63,15 @@ public:
     ///         instance because another host on the link answers for the address
     bool configureIP(const ethernetConfig_t& config, bool udp);
 
-    /// Takes an address away that configureIP() of this process has added. Any other address, an empty one
-    /// included, is left alone.
+    /// Takes an address away that configureIP() of this process has added for an equal record. Any other address, an
+    /// empty one included, is left alone.
+    ///
+    /// An address that several records hold goes with the last of them. Whoever calls is known by the record alone:
+    /// equal ones count once however often they are granted, so that the first removal takes the address away from
+    /// two objects with equal records. After a refusal the next removal of an equal record is taken for that of the
+    /// refused one, and leaves the address on the interface, at the latest until the process exits.
+    ///
+    /// @param config  as in configureIP(); the named texts are compared, the port and the reserved fields are not
     void removeIP(const ethernetConfig_t& config);
 
 protected:

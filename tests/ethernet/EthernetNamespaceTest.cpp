@@ -56,6 +56,29 @@ TEST_F(EthernetNamespaceTest, AddressOfAnEarlierConfigurationStays)
     EXPECT_THAT(network.addresses(), ElementsAre("10.77.0.2/24 vqa:vq"));
 }
 
+TEST_F(EthernetNamespaceTest, AddressThatOneObjectConfiguredTwiceGoesWithIt)
+{
+    EXPECT_EQ(configure(withAddress("10.77.0.2")), 1);
+    ASSERT_TRUE(sut->disconnect());
+    EXPECT_EQ(configure(withAddress("10.77.0.2")), 1);
+    destroy();
+    EXPECT_THAT(network.addresses(), IsEmpty());
+}
+
+TEST_F(EthernetNamespaceTest, ObjectThatWasRefusedLeavesTheAddressToTheOneThatHasIt)
+{
+    EXPECT_EQ(configure(withAddress("10.77.0.2")), 1);
+    {
+        EthernetInterface::Configuration refused = withAddress("10.77.0.2");
+        refused.subnet = "255.0.255.0";
+        EthernetInterface other;
+        EXPECT_EQ(other.configure(refused), -2);
+    }
+    EXPECT_THAT(network.addresses(), ElementsAre("10.77.0.2/24 vqa:vq"));
+    destroy();
+    EXPECT_THAT(network.addresses(), IsEmpty());
+}
+
 TEST_F(EthernetNamespaceTest, AddressThatIsNotOnTheMachineCannotBeBoundInModeAccept)
 {
     setenv("VQIPCONFIG", "accept", 1);

@@ -12,6 +12,7 @@
 #include <cerrno>
 #include <cstdlib>
 #include <system_error>
+#include <tuple>
 #include <utility>
 
 namespace vqhost {
@@ -21,6 +22,24 @@ namespace {
 std::string errorText(int error)
 {
     return std::generic_category().message(error);
+}
+
+/// Two records are one request if the texts that the service reads are equal.
+bool isSameRequest(const ethernetConfig_t& one, const ethernetConfig_t& other)
+{
+    const auto texts = [](const ethernetConfig_t& record) {
+        return std::tie(record.interfaceName, record.serverIp, record.loggerIp, record.subnet, record.gatewayIp);
+    };
+    return texts(one) == texts(other);
+}
+
+void tellOtherMask(const ethernetConfig_t& record, uint8_t present, uint8_t wanted)
+{
+    if (present != wanted) {
+        writeErrorLine("[WARNING] IPConfig: " + record.loggerIp + " is on " + record.interfaceName +
+                       " already and keeps its mask of " + std::to_string(present) + " bits; " +
+                       std::to_string(wanted) + " were asked for");
+    }
 }
 
 } // namespace
@@ -36,10 +55,11 @@ AddedAddresses::AddedAddresses() : owner(getpid())
     std::atexit([] { instance().removeAllAtExit(); });
 }
 
-std::string AddedAddresses::add(const std::string& interfaceName, in_addr address, uint8_t prefixLength)
+std::string AddedAddresses::add(const ethernetConfig_t& record, in_addr address, uint8_t prefixLength)
 try {
     // First, because without a free descriptor the name would not be found, and no reason given.
     RouteSocket route;
+    const std::string& interfaceName = record.interfaceName;
     const unsigned index = if_nametoindex(interfaceName.c_str());
     if (index == 0) {
         return "there is no interface " + interfaceName;
@@ -54,7 +74,13 @@ try {
     });
     for (added_t& entry : added) {
         if (entry.interfaceIndex == index && entry.address.s_addr == address.s_addr) {
-            ++entry.requests;
+            tellOtherMask(record, entry.prefixLength, prefixLength);
+            if (holder_t* const holder = holderOf(entry, record)) {
+                // Granted again: the next removal is taken for that of a holder.
+                holder->isRefusedSince = false;
+            } else {
+                entry.holders.push_back({.record = record});
+            }
             return {};
         }
     }
@@ -63,7 +89,7 @@ try {
                           .address = address,
                           .prefixLength = prefixLength,
                           .label = addressLabel(interfaceName),
-                          .requests = 1,
+                          .holders = {{.record = record}},
                           .mark = OwnershipMark(index, address)});
 } catch (const std::system_error& error) {
     return error.what();
@@ -81,6 +107,7 @@ std::string AddedAddresses::addNew(RouteSocket& route, added_t request)
             if_indextoname(present.interfaceIndex, name);
             return std::string("this machine has it on ") + name;
         }
+        tellOtherMask(request.holders.front().record, present.prefixLength, request.prefixLength);
         if (isAddressLabel(present.label) && request.mark.isOwned()) {
             // Left behind by a process that died.
             request.prefixLength = present.prefixLength;
@@ -130,16 +157,42 @@ void AddedAddresses::removeLeftovers(RouteSocket& route, added_t& wanted)
     }
 }
 
-void AddedAddresses::remove(const std::string& interfaceName, in_addr address)
+AddedAddresses::holder_t* AddedAddresses::holderOf(added_t& entry, const ethernetConfig_t& record)
+{
+    const auto holder = std::find_if(entry.holders.begin(), entry.holders.end(), [&](const holder_t& candidate) {
+        return isSameRequest(candidate.record, record);
+    });
+    return holder == entry.holders.end() ? nullptr : &*holder;
+}
+
+void AddedAddresses::noteRefusal(const ethernetConfig_t& record)
+{
+    const MutexLock lock(mutex);
+    for (added_t& entry : added) {
+        if (holder_t* const holder = holderOf(entry, record)) {
+            holder->isRefusedSince = true;
+        }
+    }
+}
+
+void AddedAddresses::remove(const ethernetConfig_t& record)
 {
     const MutexLock lock(mutex);
     if (getpid() != owner) {
         return;
     }
-    const auto entry = std::find_if(added.begin(), added.end(), [&](const added_t& candidate) {
-        return candidate.interfaceName == interfaceName && candidate.address.s_addr == address.s_addr;
+    holder_t* holder = nullptr;
+    const auto entry = std::find_if(added.begin(), added.end(), [&](added_t& candidate) {
+        holder = holderOf(candidate, record);
+        return holder != nullptr;
     });
-    if (entry == added.end() || --entry->requests != 0) {
+    // The one that was refused last asks to be forgotten; it has nothing.
+    if (entry == added.end() || std::exchange(holder->isRefusedSince, false)) {
+        return;
+    }
+    std::erase_if(entry->holders,
+                  [&](const holder_t& candidate) { return isSameRequest(candidate.record, record); });
+    if (!entry->holders.empty()) {
         return;
     }
     const added_t removed = std::move(*entry);
@@ -148,7 +201,7 @@ void AddedAddresses::remove(const std::string& interfaceName, in_addr address)
         RouteSocket route;
         removeFrom(route, removed);
     } catch (const std::system_error& error) {
-        writeErrorLine("[ERROR] IPConfig: cannot take " + ipv4Text(address) + " off " + interfaceName + ": " +
+        writeErrorLine("[ERROR] IPConfig: cannot take " + record.loggerIp + " off " + record.interfaceName + ": " +
                        error.what());
     }
 }

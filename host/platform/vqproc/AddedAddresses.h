@@ -2,6 +2,7 @@
 
 #include "vqproc/OwnershipMark.h"
 
+#include <vqproc/IPConfig.h>
 #include <vqutil/Mutex.h>
 
 #include <netinet/in.h>
@@ -28,16 +29,28 @@ public:
     /// The one object of the process, built on first use and never destroyed.
     static AddedAddresses& instance();
 
-    /// Puts an address on an interface and counts the request, unless the interface carries it for another reason.
-    /// Others' leftovers go first; the address itself is taken over if it is one.
+    /// Puts the address of a record on its interface and notes the record as a holder, unless the interface carries
+    /// the address for another reason. A record equal to one that holds it already is the same holder. Others'
+    /// leftovers go first; the address itself is taken over if it is one.
     ///
     /// @return an empty text, or why it cannot be done
-    std::string add(const std::string& interfaceName, in_addr address, uint8_t prefixLength);
+    std::string add(const ethernetConfig_t& record, in_addr address, uint8_t prefixLength);
 
-    /// Takes back one request; the last one removes the address. Does nothing for an address of others.
-    void remove(const std::string& interfaceName, in_addr address);
+    /// A record was refused, here or by somebody else: if an equal one holds an address, the next removal is taken
+    /// for that of the refused one and leaves the address alone.
+    void noteRefusal(const ethernetConfig_t& record);
+
+    /// Takes a record out of the holders of its address; with the last one the address goes. Does nothing for a
+    /// record that holds none.
+    void remove(const ethernetConfig_t& record);
 
 private:
+    struct holder_t
+    {
+        ethernetConfig_t record;
+        bool isRefusedSince = false;
+    };
+
     struct added_t
     {
         std::string interfaceName;
@@ -45,7 +58,7 @@ private:
         in_addr address;
         uint8_t prefixLength;
         std::string label;
-        unsigned requests;
+        std::vector<holder_t> holders;
         OwnershipMark mark;
     };
 
@@ -53,6 +66,7 @@ private:
 
     std::string addNew(RouteSocket& route, added_t request) VQ_REQUIRES_LOCK(mutex);
     void removeLeftovers(RouteSocket& route, added_t& wanted) VQ_REQUIRES_LOCK(mutex);
+    static holder_t* holderOf(added_t& entry, const ethernetConfig_t& record);
     static void removeFrom(RouteSocket& route, const added_t& entry);
     void removeAllAtExit();
 

@@ -119,8 +119,7 @@ std::string obtain(const ethernetConfig_t& config, bool udp, Mode mode)
     if (mode == Mode::CHECK) {
         return tryToBind(address, udp ? SOCK_DGRAM : SOCK_STREAM);
     }
-    return vqhost::AddedAddresses::instance().add(config.interfaceName, address,
-                                                  *vqhost::parsePrefixLength(config.subnet));
+    return vqhost::AddedAddresses::instance().add(config, address, *vqhost::parsePrefixLength(config.subnet));
 }
 
 } // namespace
@@ -144,6 +143,7 @@ bool IPConfig::configureIP(const ethernetConfig_t& config, bool udp)
     if (refusal.empty()) {
         return true;
     }
+    vqhost::AddedAddresses::instance().noteRefusal(config);
     vqhost::writeErrorLine("[ERROR] IPConfig: refused " + config.loggerIp + " on " + config.interfaceName + ": " +
                            refusal);
     return false;
@@ -152,7 +152,5 @@ bool IPConfig::configureIP(const ethernetConfig_t& config, bool udp)
 void IPConfig::removeIP(const ethernetConfig_t& config)
 {
     // Whatever the mode is by now: only what was added can be found.
-    if (const std::optional<in_addr> address = vqhost::parseIpv4(config.loggerIp)) {
-        vqhost::AddedAddresses::instance().remove(config.interfaceName, *address);
-    }
+    vqhost::AddedAddresses::instance().remove(config);
 }

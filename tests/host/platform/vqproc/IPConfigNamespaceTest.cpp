@@ -57,6 +57,16 @@ protected:
         return output.err();
     }
 
+    /// A second object asks for an address of ours with an equal record, at a moment when this machine cannot bind it.
+    void refuseEqualRecord(const std::string& address)
+    {
+        setenv("VQIPCONFIG", "check", 1);
+        ASSERT_EQ(network->ip("addr del " + address + "/24 dev vqa"), "");
+        refusal(address);
+        ASSERT_EQ(network->ip("addr add " + address + "/24 dev vqa label vqa:vq"), "");
+        setenv("VQIPCONFIG", "apply", 1);
+    }
+
     /// Runs `code` in a child that shares our namespace.
     template <typename Code>
     static pid_t startChild(Code code)
@@ -101,7 +111,11 @@ TEST_F(IPConfigNamespaceTest, AddressOfAnotherHostIsRefused)
 TEST_F(IPConfigNamespaceTest, AddressThatTheInterfaceHadBeforeStays)
 {
     ASSERT_EQ(network->ip("addr add 10.77.0.2/16 dev vqa"), "");
+    CapturedOutput output;
     EXPECT_TRUE(configure("10.77.0.2"));
+    EXPECT_EQ(output.err(),
+              "[WARNING] IPConfig: 10.77.0.2 is on vqa already and keeps its mask of 16 bits; 24 were "
+              "asked for\n");
     remove("10.77.0.2");
     EXPECT_THAT(network->addresses(), ElementsAre("10.77.0.2/16 vqa"));
 }
@@ -123,15 +137,67 @@ TEST_F(IPConfigNamespaceTest, LaterAddressesOfTheSubnetSurviveTheRemoval)
                 testing::UnorderedElementsAre("10.77.0.3/24 vqa", "10.77.0.4/24 vqa:x", "10.78.0.3/24 vqa"));
 }
 
-TEST_F(IPConfigNamespaceTest, LastOfSeveralRequestsTakesTheAddressAway)
+TEST_F(IPConfigNamespaceTest, LastOfSeveralRecordsTakesTheAddressAway)
+{
+    ethernetConfig_t other = withAddress("10.77.0.2");
+    other.serverIp = "10.77.0.8";
+    EXPECT_TRUE(configure("10.77.0.2"));
+    EXPECT_TRUE(IPConfig::getInstance()->configureIP(other, true));
+    remove("10.77.0.2");
+    remove("10.77.0.2");
+    EXPECT_THAT(network->addresses(), ElementsAre("10.77.0.2/24 vqa:vq"));
+    IPConfig::getInstance()->removeIP(other);
+    EXPECT_THAT(network->addresses(), IsEmpty());
+    remove("10.77.0.2");
+}
+
+TEST_F(IPConfigNamespaceTest, EqualRecordsCountOnce)
 {
     EXPECT_TRUE(configure("10.77.0.2"));
     EXPECT_TRUE(configure("10.77.0.2"));
     remove("10.77.0.2");
+    EXPECT_THAT(network->addresses(), IsEmpty());
+}
+
+TEST_F(IPConfigNamespaceTest, RecordThatWasNeverGrantedTakesNothingAway)
+{
+    EXPECT_TRUE(configure("10.77.0.2"));
+    ethernetConfig_t other = withAddress("10.77.0.2");
+    other.gatewayIp = "10.77.0.253";
+    IPConfig::getInstance()->removeIP(other);
+    EXPECT_THAT(network->addresses(), ElementsAre("10.77.0.2/24 vqa:vq"));
+}
+
+TEST_F(IPConfigNamespaceTest, RemovalAfterTheRefusalOfAnEqualRecordIsThatOfTheRefusedOne)
+{
+    EXPECT_TRUE(configure("10.77.0.2"));
+    refuseEqualRecord("10.77.0.2");
+    remove("10.77.0.2");
     EXPECT_THAT(network->addresses(), ElementsAre("10.77.0.2/24 vqa:vq"));
     remove("10.77.0.2");
     EXPECT_THAT(network->addresses(), IsEmpty());
+}
+
+TEST_F(IPConfigNamespaceTest, RefusalIsForgottenWhenAnEqualRecordIsGrantedAgain)
+{
+    EXPECT_TRUE(configure("10.77.0.2"));
+    refuseEqualRecord("10.77.0.2");
+    EXPECT_TRUE(configure("10.77.0.2"));
     remove("10.77.0.2");
+    EXPECT_THAT(network->addresses(), IsEmpty());
+}
+
+TEST_F(IPConfigNamespaceTest, OtherMaskOfAnAddressThatWasAddedIsTold)
+{
+    EXPECT_TRUE(configure("10.77.0.2"));
+    ethernetConfig_t wider = withAddress("10.77.0.2");
+    wider.subnet = "255.255.0.0";
+    CapturedOutput output;
+    EXPECT_TRUE(IPConfig::getInstance()->configureIP(wider, true));
+    EXPECT_EQ(output.err(),
+              "[WARNING] IPConfig: 10.77.0.2 is on vqa already and keeps its mask of 24 bits; 16 were "
+              "asked for\n");
+    EXPECT_THAT(network->addresses(), ElementsAre("10.77.0.2/24 vqa:vq"));
 }
 
 TEST_F(IPConfigNamespaceTest, AddressThatSomebodyElseRemovedIsNoError)
