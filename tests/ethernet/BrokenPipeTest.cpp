@@ -137,9 +137,15 @@ protected:
     /// A connection whose server has gone, with the receive thread kept in its first pause, so that it stays open.
     void loseServer(ScriptedTcpServer& server)
     {
-        failing::stopAtPause(1);
         connectTo(tcp(server.port()));
-        ASSERT_TRUE(server.accepted.waitForCount(1));
+        loseConnection(server, 1);
+    }
+
+    /// The same for the connection with this number, which is there already.
+    void loseConnection(ScriptedTcpServer& server, size_t number)
+    {
+        failing::stopAtPause(1);
+        ASSERT_TRUE(server.accepted.waitForCount(number));
         server.closeClient();
         failing::awaitStoppedPause();
         takeLines();
@@ -180,6 +186,35 @@ TEST_F(BrokenPipeTest, ApplicationThatIgnoresTheSignalIsLeftAlone)
     struct sigaction action = {};
     sigaction(SIGPIPE, nullptr, &action);
     EXPECT_EQ(action.sa_handler, SIG_IGN);
+}
+
+TEST_F(BrokenPipeTest, ActionIsNotedAnewAtEachConnect)
+{
+    std::signal(SIGPIPE, SIG_IGN);
+    ScriptedTcpServer server(Script::SINK);
+    connectTo(tcp(server.port()));
+    ASSERT_TRUE(sut->disconnect());
+    std::signal(SIGPIPE, SIG_DFL);
+    ASSERT_TRUE(sut->connect());
+    loseConnection(server, 2);
+    EXPECT_EQ(sendIntoClosedConnection(), -3);
+    const Bytes bytes = {1};
+    EXPECT_EQ(sut->send(bytes.data(), bytes.size()), -3);
+}
+
+TEST_F(BrokenPipeTest, HandlerInstalledBetweenConnectionsSeesTheSignal)
+{
+    ScriptedTcpServer server(Script::SINK);
+    connectTo(tcp(server.port()));
+    ASSERT_TRUE(sut->disconnect());
+    const int handledBefore = handled;
+    std::signal(SIGPIPE, [](int) { handled = handled + 1; });
+    ASSERT_TRUE(sut->connect());
+    loseConnection(server, 2);
+    EXPECT_EQ(sendIntoClosedConnection(), -3);
+    const Bytes bytes = {1};
+    EXPECT_EQ(sut->send(bytes.data(), bytes.size()), -3);
+    EXPECT_GT(handled, handledBefore);
 }
 
 } // namespace

@@ -1,4 +1,5 @@
 #include <ethernet/EthernetTest.h>
+#include <ethernet/LeavingCallbacks.h>
 #include <support/PrivateMember.h>
 
 #include <netinet/tcp.h>
@@ -219,28 +220,12 @@ TEST_F(EthernetInterfaceConnectTest, EveryCallbackHearsInAscendingOrder)
 
 TEST_F(EthernetInterfaceConnectTest, CallbackMayRemoveItselfWhileItIsCalled)
 {
-    struct Leaving : InterfaceBaseCb
-    {
-        void onDataReceived(const uint8_t*, size_t) override {}
-        void onInterfaceState(int) override
-        {
-            ++calls;
-            interface->callbacks.erase(this);
-        }
-        EthernetInterface* interface = nullptr;
-        int calls = 0;
-    };
     const ScriptedTcpServer server(Script::SINK);
-    std::vector<Leaving> leaving(3);
-    for (Leaving& one : leaving) {
-        one.interface = sut.get();
-        sut->callbacks.insert(&one);
-    }
+    LeavingCallbacks leaving(*sut, 1);
     connectTo(tcp(server.port()));
-    EXPECT_EQ(leaving[0].calls + leaving[1].calls + leaving[2].calls, 3);
-    EXPECT_EQ(sut->callbacks.size(), 1u);
+    leaving.expectGone();
     sut->disconnect();
-    EXPECT_EQ(leaving[0].calls + leaving[1].calls + leaving[2].calls, 3);
+    leaving.expectGone();
     EXPECT_THAT(callback.statuses.all(), ElementsAre(1, 2));
 }
 

@@ -1,6 +1,7 @@
 #include <ethernet/EthernetTest.h>
 #include <support/FailingCalls.h>
 #include <support/PrivateMember.h>
+#include <support/ProcessResources.h>
 
 #include <cerrno>
 
@@ -26,6 +27,13 @@ protected:
         ASSERT_TRUE(sut->disconnect());
         sut->logLevel = 0;
         takeLines();
+    }
+
+    /// How many descriptors are open while the server has no client.
+    static size_t descriptorsBesides(const ScriptedTcpServer& server)
+    {
+        EXPECT_TRUE(server.closed.waitForCount(1));
+        return processresources::openDescriptors();
     }
 
     int fd() const { return (*sut).*reveal(FailureSocketFd{}); }
@@ -97,12 +105,14 @@ TEST_F(EthernetInterfaceFailureTest, ConnectFails)
 {
     const ScriptedTcpServer server(Script::ECHO);
     disconnectedFrom(tcp(server.port()));
+    const size_t descriptors = descriptorsBesides(server);
     failing::connectCall.fail(ETIMEDOUT, true);
     EXPECT_FALSE(sut->connect());
     EXPECT_THAT(takeLines(),
                 ElementsAre(tryTcp, "[ERROR] ETH[127.0.0.1:PORT]::connect() connect(): Connection timed out",
                             "[INFO] ETH[127.0.0.1:PORT]::disconnect() Disconnected.", "{status 2}"));
     EXPECT_EQ(fd(), -1);
+    EXPECT_EQ(processresources::settledDescriptors(descriptors), descriptors);
     expectExchange();
 }
 
@@ -110,6 +120,7 @@ TEST_F(EthernetInterfaceFailureTest, ConnectAndTheCloseBehindItFail)
 {
     const ScriptedTcpServer server(Script::ECHO);
     disconnectedFrom(tcp(server.port()));
+    const size_t descriptors = descriptorsBesides(server);
     failing::connectCall.fail(ETIMEDOUT, true);
     failing::closeCall.fail(EIO, true);
     EXPECT_FALSE(sut->connect());
@@ -117,6 +128,7 @@ TEST_F(EthernetInterfaceFailureTest, ConnectAndTheCloseBehindItFail)
                 ElementsAre(tryTcp, "[ERROR] ETH[127.0.0.1:PORT]::connect() connect(): Connection timed out",
                             "[ERROR] ETH[127.0.0.1:PORT]::disconnect() Close socket failed: Input/output error"));
     EXPECT_EQ(fd(), -1);
+    EXPECT_EQ(processresources::settledDescriptors(descriptors), descriptors);
     expectExchange();
 }
 
@@ -124,6 +136,7 @@ TEST_F(EthernetInterfaceFailureTest, SwitchingNagleOffFails)
 {
     const ScriptedTcpServer server(Script::ECHO);
     disconnectedFrom(tcp(server.port()));
+    const size_t descriptors = descriptorsBesides(server);
     failing::setsockoptCall.fail(ENOPROTOOPT, true);
     EXPECT_FALSE(sut->connect());
     EXPECT_THAT(
@@ -132,6 +145,7 @@ TEST_F(EthernetInterfaceFailureTest, SwitchingNagleOffFails)
                     "[ERROR] ETH[127.0.0.1:PORT]::connect() setsockopt() disable Nagle: Protocol not available",
                     "[INFO] ETH[127.0.0.1:PORT]::disconnect() Disconnected.", "{status 2}"));
     EXPECT_EQ(fd(), -1);
+    EXPECT_EQ(processresources::settledDescriptors(descriptors), descriptors);
     expectExchange();
 }
 
@@ -139,6 +153,7 @@ TEST_F(EthernetInterfaceFailureTest, SwitchingNagleOffAndTheCloseBehindItFail)
 {
     const ScriptedTcpServer server(Script::ECHO);
     disconnectedFrom(tcp(server.port()));
+    const size_t descriptors = descriptorsBesides(server);
     failing::setsockoptCall.fail(ENOPROTOOPT, true);
     failing::closeCall.fail(EIO, true);
     EXPECT_FALSE(sut->connect());
@@ -148,6 +163,7 @@ TEST_F(EthernetInterfaceFailureTest, SwitchingNagleOffAndTheCloseBehindItFail)
                     "[ERROR] ETH[127.0.0.1:PORT]::connect() setsockopt() disable Nagle: Protocol not available",
                     "[ERROR] ETH[127.0.0.1:PORT]::disconnect() Close socket failed: Input/output error"));
     EXPECT_EQ(fd(), -1);
+    EXPECT_EQ(processresources::settledDescriptors(descriptors), descriptors);
     expectExchange();
 }
 
@@ -207,6 +223,29 @@ TEST_F(EthernetInterfaceFailureTest, CloseAtTheEndOfTheThreadFails)
                 ElementsAre("[ERROR] ETH[127.0.0.1:PORT]::disconnect() Close socket failed: Input/output error",
                             "[INFO] ETH[127.0.0.1:PORT]::threadCode() Exit RX thread.",
                             "[INFO] ETH[127.0.0.1:PORT]::disconnect() Already disconnected.", "{removeIP eth1}"));
+}
+
+TEST_F(EthernetInterfaceFailureTest, CloseAfterTheLossOfTheServerFails)
+{
+    ScriptedTcpServer server(Script::ECHO);
+    connectTo(tcp(server.port()));
+    ASSERT_TRUE(server.accepted.waitForCount(1));
+    sut->logLevel = 0;
+    failing::stopAtPause(10);
+    server.closeClient();
+    failing::awaitStoppedPause();
+    takeLines();
+    failing::closeCall.fail(EIO);
+    failing::endStoppedPause();
+    const std::string exitLine = "[INFO] ETH[127.0.0.1:PORT]::threadCode() Exit RX thread.";
+    ASSERT_TRUE(await(exitLine));
+    EXPECT_THAT(
+        takeLines(),
+        ElementsAre("[ERROR] ETH[127.0.0.1:PORT]::disconnect() Close socket failed: Input/output error", exitLine));
+    EXPECT_THAT(callback.statuses.all(), ElementsAre(1, 5));
+    EXPECT_EQ(fd(), -1);
+    EXPECT_FALSE(threadRuns());
+    expectExchange();
 }
 
 TEST_F(EthernetInterfaceFailureTest, WaitFails)

@@ -1,6 +1,9 @@
 #include <ethernet/EthernetTest.h>
+#include <ethernet/LeavingCallbacks.h>
 #include <support/FailingCalls.h>
 #include <support/PrivateMember.h>
+
+#include <thread>
 
 REVEAL_MEMBER(ReceivingReceivedCount, EthernetInterface, receivedCount);
 REVEAL_MEMBER(ReceivingRxThreadRunning, EthernetInterface, rxThreadRunning);
@@ -373,6 +376,66 @@ TEST_F(EthernetInterfaceReceiveTest, CallbackMaySendAndDisconnect)
     EXPECT_EQ(answering.result, 0);
     EXPECT_TRUE(threadRuns());
     sut.reset();
+}
+
+TEST_F(EthernetInterfaceReceiveTest, CallbackMayRemoveItselfDuringAReception)
+{
+    const ScriptedUdpServer server(Script::SINK);
+    LeavingCallbacks leaving(*sut, LeavingCallbacks::RECEPTION);
+    connectTo(udp(server.port()));
+    server.send({1});
+    ASSERT_TRUE(callback.awaitStatus(5));
+    leaving.expectGone();
+    server.send({2});
+    ASSERT_TRUE(callback.received.waitForCount(2));
+    EXPECT_THAT(callback.received.all(), ElementsAre(Bytes{1}, Bytes{2}));
+    leaving.expectGone();
+}
+
+TEST_F(EthernetInterfaceReceiveTest, CallbackMayRemoveItselfAtANewBusLoad)
+{
+    const ScriptedUdpServer server(Script::SINK);
+    LeavingCallbacks leaving(*sut, 5);
+    connectTo(udp(server.port()));
+    server.send({1});
+    ASSERT_TRUE(callback.awaitStatus(5));
+    server.send({2});
+    ASSERT_TRUE(callback.received.waitForCount(2));
+    leaving.expectGone();
+}
+
+TEST_F(EthernetInterfaceReceiveTest, LevelOneShowsNothingOfAStreamReception)
+{
+    ScriptedTcpServer server(Script::SINK);
+    connectTo(tcp(server.port()));
+    ASSERT_TRUE(server.accepted.waitForCount(1));
+    sut->logLevel = 1;
+    server.send(three);
+    ASSERT_TRUE(callback.awaitStatus(5));
+    EXPECT_THAT(takeLines(), ElementsAre("{status 5}"));
+}
+
+TEST_F(EthernetInterfaceReceiveTest, LevelOneShowsNothingOfADatagram)
+{
+    const ScriptedUdpServer server(Script::SINK);
+    connectTo(udp(server.port()));
+    sut->logLevel = 1;
+    server.send(three);
+    ASSERT_TRUE(callback.awaitStatus(5));
+    EXPECT_THAT(takeLines(), ElementsAre("{status 5}"));
+}
+
+TEST_F(EthernetInterfaceReceiveTest, LevelTwoShowsNoWaitWithoutTraffic)
+{
+    const ScriptedUdpServer server(Script::SINK);
+    connectTo(udp(server.port()));
+    sut->logLevel = 2;
+    // A third wait begins only after two have ended.
+    const size_t begun = failing::pselectCall.calls;
+    while (failing::pselectCall.calls < begun + 3) {
+        std::this_thread::yield();
+    }
+    EXPECT_THAT(takeLines(), ElementsAre());
 }
 
 TEST_F(EthernetInterfaceReceiveTest, ThreadWithoutASocketEndsAtOnce)

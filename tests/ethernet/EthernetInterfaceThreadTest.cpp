@@ -155,12 +155,36 @@ TEST_F(EthernetInterfaceThreadTest, ConnectWaitsForTheLastCallbackAndFindsWhatIt
     server.closeClient();
     inCallback.get_future().wait();
     auto application = std::async(std::launch::async, [&] { return sut->connect(); });
+    // The join cannot return before the callback does.
+    EXPECT_TRUE(failing::joins.waitForCount(1));
+    EXPECT_EQ(application.wait_for(std::chrono::seconds(0)), std::future_status::timeout);
+    const size_t threads = processresources::threads();
     mayGoOn.set_value();
     EXPECT_TRUE(application.get());
-    // However the two met, there is one connection and one thread that serves it.
+    EXPECT_EQ(lines.count("[INFO] ETH[127.0.0.1:" + port + "]::connect() Already connected."), 1u);
     expectExchange();
     EXPECT_EQ(server.accepted.count(), 2u);
+    // In place of the ended thread and of the application's one there is the new receive thread.
+    EXPECT_EQ(processresources::settledThreads(threads - 1), threads - 1);
     sut.reset();
+}
+
+TEST_F(EthernetInterfaceThreadTest, ThreadThatStartsAfterTheDisconnectEndsAndTheNextConnectStartsAnother)
+{
+    const ScriptedTcpServer server(Script::ECHO);
+    failing::holdNextThread();
+    ASSERT_EQ(configure(tcp(server.port())), 1);
+    ASSERT_TRUE(sut->disconnect());
+    takeLines();
+    failing::releaseHeldThread();
+    const std::string notConnected =
+        "[ERROR] ETH[127.0.0.1:PORT]::threadCode() Interface isn't connected! Exit thread.";
+    ASSERT_TRUE(await(notConnected));
+    EXPECT_FALSE(threadRuns());
+    EXPECT_THAT(takeLines(), ElementsAre(notConnected));
+    ASSERT_TRUE(sut->connect());
+    ASSERT_TRUE(await(startLine));
+    expectExchange();
 }
 
 TEST_F(EthernetInterfaceThreadTest, NewSocketOutlivesTheEndOfTheThreadThatLostTheOldOne)

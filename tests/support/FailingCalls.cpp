@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <cerrno>
 #include <condition_variable>
+#include <memory>
 #include <mutex>
 
 #include <fcntl.h>
@@ -24,6 +25,8 @@ Call recvfromCall;
 Call sendCall;
 Call sendtoCall;
 Call pthreadCreateCall;
+
+Recorder<pthread_t> joins;
 
 std::atomic<size_t> pauses{0};
 std::atomic<size_t> pausedUs{0};
@@ -51,7 +54,34 @@ void stopIfDue()
     pauseChanged.wait(lock, [] { return !isStopped; });
 }
 
+struct heldThread_t
+{
+    void* (*entry)(void*);
+    void* argument;
+};
+
+std::atomic<bool> holdsNextThread{false};
+Recorder<int> releases;
+
+void* runHeldThread(void* held)
+{
+    const std::unique_ptr<heldThread_t> thread(static_cast<heldThread_t*>(held));
+    releases.waitForCount(1);
+    return thread->entry(thread->argument);
+}
+
 } // namespace
+
+void holdNextThread()
+{
+    releases.clear();
+    holdsNextThread = true;
+}
+
+void releaseHeldThread()
+{
+    releases.add(1);
+}
 
 void stopAtPause(size_t number)
 {
@@ -134,6 +164,7 @@ ssize_t __real_sendto(int fd, const void* buffer, size_t size, int flags, const 
                       socklen_t length);
 int __real_pthread_create(pthread_t* thread, const pthread_attr_t* attributes, void* (*entry)(void*),
                           void* argument);
+int __real_pthread_join(pthread_t thread, void** result);
 int __real_usleep(useconds_t microseconds);
 
 int __wrap_socket(int domain, int type, int protocol)
@@ -223,7 +254,20 @@ int __wrap_pthread_create(pthread_t* thread, const pthread_attr_t* attributes, v
 {
     // This one gives its error as the result.
     const int error = failing::pthreadCreateCall.takeFailure();
-    return error != 0 ? error : __real_pthread_create(thread, attributes, entry, argument);
+    if (error != 0) {
+        return error;
+    }
+    if (!failing::holdsNextThread.exchange(false)) {
+        return __real_pthread_create(thread, attributes, entry, argument);
+    }
+    auto held = std::make_unique<failing::heldThread_t>(failing::heldThread_t{entry, argument});
+    return __real_pthread_create(thread, attributes, failing::runHeldThread, held.release());
+}
+
+int __wrap_pthread_join(pthread_t thread, void** result)
+{
+    failing::joins.add(thread);
+    return __real_pthread_join(thread, result);
 }
 
 int __wrap_usleep(useconds_t microseconds)

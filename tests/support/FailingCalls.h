@@ -5,6 +5,10 @@
 #include <cstddef>
 #include <thread>
 
+#include <support/Recorder.h>
+
+#include <pthread.h>
+
 /// System functions that a test lets fail. A test program that uses this lists FailingCalls.cpp among its sources
 /// and every function named here under WRAP.
 namespace failing {
@@ -49,6 +53,13 @@ void skipPauses();
 void stopAtPause(size_t number);
 void awaitStoppedPause();
 void endStoppedPause();
+
+/// The thread that the next pthread_create starts does nothing before releaseHeldThread().
+void holdNextThread();
+void releaseHeldThread();
+
+/// The threads for whose end somebody has begun to wait.
+extern Recorder<pthread_t> joins;
 
 /// The pauses asked for so far, and the sum of their microseconds.
 extern std::atomic<size_t> pauses;
