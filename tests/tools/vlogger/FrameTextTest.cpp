@@ -38,7 +38,7 @@ TEST(FrameTextTest, FrameThatCannotBeIsRefusedWithItsReason)
         {"12#00", "frame \"12#00\": the identifier has neither three nor eight hex digits"},
         {"123#0", "frame \"123#0\": the payload is not pairs of hex digits"}};
     for (const auto& [text, refusal] : cases) {
-        EXPECT_EQ(refusalOf([&] { parseFrame(text); }), refusal);
+        EXPECT_EQ(refusalOf([&frame = text] { parseFrame(frame); }), refusal);
     }
 }
 
