@@ -321,6 +321,28 @@ TEST_F(CanInterfaceTest, DebugLevelAboveZeroPrintsTheMessageThatIsSent)
     EXPECT_EQ(output.err(), "");
 }
 
+TEST_F(CanInterfaceTest, DebugLineShowsTheMessageAsItGoesOut)
+{
+    configureForType(CAN_STANDARD);
+    sut.debugLevel = 1;
+    const uint8_t payload[] = {0x0A};
+    CANExtTraceMessage msg(11, 99, 7, CAN_FRAME_DATA, CAN_STATE_OK, CAN_STANDARD, 1, 0x456, payload);
+    CapturedOutput output;
+    EXPECT_EQ(sut.send(msg), 0);
+    EXPECT_EQ(output.out(), "[DEBUG] CanInterface::send() channel=5; id=0x123; type=standard; length=1; "
+                            "data= 0a\n");
+}
+
+TEST_F(CanInterfaceTest, TimeIsClearedBeforeTheTransmitterIsAsked)
+{
+    configureForType(CAN_STANDARD);
+    CapturedOutput output;
+    CanTxHandler::getInstance(true)->close();
+    CANExtTraceMessage msg(11, 99, 7, CAN_FRAME_DATA, CAN_STATE_OK, CAN_STANDARD, 0, 0x456, nullptr);
+    EXPECT_EQ(sut.send(msg), -1);
+    EXPECT_EQ(msg.time, 0U);
+}
+
 TEST_F(CanInterfaceTest, DebugLevelZeroOrBelowPrintsNothing)
 {
     configureForType(CAN_STANDARD);

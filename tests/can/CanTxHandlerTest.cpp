@@ -6,11 +6,13 @@
 #include <support/FakeBoard.h>
 #include <support/FakeDevices.h>
 #include <support/PrivateMember.h>
+#include <support/Waiting.h>
 
 #include <gtest/gtest.h>
 
 #include <atomic>
 #include <cerrno>
+#include <fstream>
 #include <future>
 #include <set>
 #include <string>
@@ -67,6 +69,18 @@ protected:
         const ssize_t size = recv(fd, frame.data(), frame.size(), MSG_DONTWAIT);
         frame.resize(size < 0 ? 0 : static_cast<size_t>(size));
         return frame;
+    }
+
+    /// Waits until a thread of this process sleeps: in a lock or in a device.
+    static bool fallsAsleep(pid_t thread)
+    {
+        return becomesTrue([thread] {
+            std::ifstream file("/proc/self/task/" + std::to_string(thread) + "/stat");
+            std::string stat;
+            std::getline(file, stat);
+            const size_t end = stat.rfind(')'); // of the name; the state follows
+            return end != std::string::npos && stat.compare(end, 3, ") S") == 0;
+        });
     }
 
     /// The transmitter, without its lines.
@@ -140,6 +154,32 @@ TEST_F(CanTxHandlerTest, ConcurrentFirstCallsGetOneTransmitterWithOpenDevices)
     EXPECT_EQ(instances.size(), 1U);
     EXPECT_EQ(output.out(), "[DEBUG] CanTxHandler::open() open device=/dev/vqlog-fpgab with O_SYNC flag? true\n");
     EXPECT_EQ(effects::count("open"), 1U);
+}
+
+TEST_F(CanTxHandlerTest, NobodyGetsTheTransmitterBeforeItsDevicesAreOpen)
+{
+    CapturedOutput output;
+    std::promise<void> opening;
+    std::promise<void> letGo;
+    fakedevices::whenOpened([&opening, held = letGo.get_future().share()] {
+        opening.set_value();
+        held.wait();
+    });
+    std::future<CanTxHandler*> first =
+        std::async(std::launch::async, [] { return CanTxHandler::getInstance(true); });
+    ASSERT_EQ(opening.get_future().wait_for(LIMIT), std::future_status::ready);
+    std::promise<pid_t> secondStarted;
+    std::future<int> second = std::async(std::launch::async, [&secondStarted] {
+        secondStarted.set_value(gettid());
+        CANExtTraceMessage frame = testframes::onChannel(0);
+        return CanTxHandler::getInstance(true)->send(frame);
+    });
+    EXPECT_TRUE(fallsAsleep(secondStarted.get_future().get()));
+    EXPECT_EQ(second.wait_for(std::chrono::seconds(0)), std::future_status::timeout);
+    letGo.set_value();
+    EXPECT_NE(first.get(), nullptr);
+    EXPECT_EQ(second.get(), 0);
+    fakedevices::whenOpened({});
 }
 
 TEST_F(CanTxHandlerTest, ExtensionBoardOpensBothDevicesInOrder)
@@ -295,9 +335,11 @@ TEST_F(CanTxHandlerTest, SendToTheClosedExtensionDeviceFails)
     CanTxHandler* const sut = quietInstance();
     CapturedOutput output;
     CANExtTraceMessage frame = testframes::onChannel(15);
+    frame.time = 4711;
     EXPECT_EQ(sut->send(frame), -1);
     EXPECT_EQ(output.out(), "[ERROR] CanTxHandler::send() FPGAC-Device is not open!\n");
     EXPECT_EQ(output.err(), "");
+    EXPECT_EQ(frame.time, 4711U);
 }
 
 TEST_F(CanTxHandlerTest, ChannelAbove14GoesToTheMainDeviceWhileItsExtensionWasNeverTried)
@@ -423,10 +465,54 @@ TEST_F(CanTxHandlerTest, CloseAndOpenBringDeadDevicesBack)
     EXPECT_EQ(nextFrame(newBus), testframes::bytesOnChannel(0));
 }
 
+TEST_F(CanTxHandlerTest, SenderInTheDeviceKeepsOthersOutUntilItHasWritten)
+{
+    const int bus = listenTo(MAIN, MAIN_FD);
+    CanTxHandler* const sut = quietInstance();
+    CapturedOutput output;
+    // Leaves no room, so that the next frame waits in the device.
+    const std::vector<uint8_t> filler = testframes::bytesOnChannel(1);
+    size_t fillers = 0;
+    while (::send(MAIN_FD, filler.data(), filler.size(), MSG_DONTWAIT) > 0) {
+        ++fillers;
+    }
+    ASSERT_EQ(errno, EAGAIN);
+    std::promise<pid_t> senderStarted;
+    std::future<int> sender = std::async(std::launch::async, [&] {
+        senderStarted.set_value(gettid());
+        CANExtTraceMessage frame = testframes::onChannel(2);
+        return sut->send(frame);
+    });
+    ASSERT_TRUE(fallsAsleep(senderStarted.get_future().get()));
+    Mutex& mutex = sut->*reveal(TxMutex{});
+    const bool wasFree = mutex.tryLock();
+    if (wasFree) {
+        mutex.unlock();
+    }
+    EXPECT_FALSE(wasFree) << "the frame is with the device, not yet written";
+
+    std::promise<pid_t> closerStarted;
+    std::future<void> closer = std::async(std::launch::async, [&] {
+        closerStarted.set_value(gettid());
+        sut->close();
+    });
+    EXPECT_TRUE(fallsAsleep(closerStarted.get_future().get()));
+    EXPECT_EQ(effects::count("close 201"), 0U);
+
+    for (size_t i = 0; i < fillers; ++i) {
+        std::vector<uint8_t> frame(200);
+        ASSERT_GT(recv(bus, frame.data(), frame.size(), 0), 0);
+    }
+    EXPECT_EQ(sender.get(), 0);
+    closer.get();
+    EXPECT_EQ(effects::count("close 201"), 1U);
+    EXPECT_EQ(nextFrame(bus), testframes::bytesOnChannel(2));
+}
+
 TEST_F(CanTxHandlerTest, FramesOfSeveralSendersStayWholeAndInTheirOrder)
 {
     int ends[2] = {-1, -1};
-    ASSERT_EQ(pipe(ends), 0); // a byte stream: frames written at the same time would mix
+    ASSERT_EQ(pipe(ends), 0); // a byte stream: a frame written in pieces would show
     fakedevices::provideAs(MAIN, ends[1], MAIN_FD);
     CanTxHandler* const sut = quietInstance();
     constexpr uint8_t SENDERS = 4;

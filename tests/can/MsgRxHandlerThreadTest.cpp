@@ -5,6 +5,7 @@
 #include <support/PselectSpy.h>
 #include <support/RecordingReceiver.h>
 #include <support/ThreadCalls.h>
+#include <support/Waiting.h>
 
 #include <algorithm>
 #include <atomic>
@@ -464,6 +465,56 @@ TEST_F(MsgRxHandlerThreadTest, SetOnlineWaitsForTheThreadOfAFailedStart)
     EXPECT_EQ(holding.states.all().back(), State(ONLINE, ""));
     EXPECT_EQ(threadcalls::creations(), 2U);
     sut().unregisterReceiver(&holding);
+}
+
+TEST_F(MsgRxHandlerThreadTest, SetOfflineAfterAFailedStartDoesNotWaitForItsThread)
+{
+    HoldingReceiver holding;
+    fakedevices::refuse(MAIN, ENOENT);
+    sut().registerCanMessage(0, 1, CAN_STANDARD, &holding);
+    sut().setOnline();
+    ASSERT_TRUE(holding.states.waitForCount(2));
+    std::future<void> stop = std::async(std::launch::async, [] { sut().setOffline(); });
+    EXPECT_EQ(stop.wait_for(LIMIT), std::future_status::ready);
+    EXPECT_EQ(threadcalls::joins(), 0U);
+    holding.letGo.set_value();
+    stop.get();
+    sut().unregisterReceiver(&holding);
+}
+
+TEST_F(MsgRxHandlerThreadTest, RemainingReceiverHearsNothingUntilARegistrationOnTheChannel)
+{
+    RecordingReceiver remaining;
+    listenOn(2);
+    sut().registerCanMessage(2, 1, CAN_STANDARD, &remaining);
+    goOnline();
+    sut().registerCanMessage(2, 1, CAN_STANDARD, &remaining); // opening has silenced the channel
+    mainFeed->arrives({frameOn(2)});
+    ASSERT_TRUE(remaining.frames.waitForCount(1));
+
+    sut().unregisterReceiver(&receiver);
+    const size_t reads = effects::count("read 201");
+    mainFeed->arrives({frameOn(2)});
+    // The device is ready and inactive: the waits return at once and nobody reads.
+    ASSERT_TRUE(pselectspy::waitForMore(5));
+    EXPECT_EQ(effects::count("read 201"), reads);
+    EXPECT_EQ(remaining.frames.count(), 1U);
+
+    sut().registerCanMessage(2, 7, CAN_STANDARD, &receiver);
+    EXPECT_TRUE(remaining.frames.waitForCount(2));
+    sut().unregisterReceiver(&remaining);
+}
+
+TEST_F(MsgRxHandlerThreadTest, RegistrationWhileTheDevicesAreBeingOpenedDoesNotActivateThem)
+{
+    listenOn(0);
+    fakedevices::whenOpened([this] {
+        listenOn(0);
+        EXPECT_TRUE(isActive(MAIN));
+    });
+    goOnline();
+    fakedevices::whenOpened({});
+    EXPECT_FALSE(isActive(MAIN));
 }
 
 TEST_F(MsgRxHandlerThreadTest, FailedStartNeverEntersTheLoopWhateverTheFlagSays)

@@ -14,6 +14,14 @@
 #include <stdexcept>
 
 REVEAL_MEMBER(OwnHandler, CanTP_ISO_Interface, handler);
+using InterfaceBaseOfBus = BusInterfaceBase<CANTransportTraceMessage, MessageBase>;
+REVEAL_MEMBER(ReservedNumber1, InterfaceBaseOfBus, reservedNumber1);
+REVEAL_MEMBER(ReservedNumbers, InterfaceBaseOfBus, reservedNumbers);
+REVEAL_MEMBER(DefaultId, InterfaceBaseOfBus, defaultId);
+REVEAL_MEMBER(ReservedNumber2, InterfaceBaseOfBus, reservedNumber2);
+REVEAL_MEMBER(ReservedNumber3, InterfaceBaseOfBus, reservedNumber3);
+REVEAL_MEMBER(Channel, InterfaceBaseOfBus, channel);
+REVEAL_MEMBER(ReservedText, InterfaceBaseOfBus, reservedText);
 REVEAL_MEMBER(HandlerTxId, CanIsoTpHandler, txId);
 REVEAL_MEMBER(HandlerTxType, CanIsoTpHandler, txType);
 REVEAL_MEMBER(HandlerRxId, CanIsoTpHandler, rxId);
@@ -370,6 +378,31 @@ TEST_F(CanTP_ISO_InterfaceTest, DestructionRemovesAnInterfaceThatWasAddedToTheBu
     EXPECT_EQ(bus.callbackCount(), 2U);
     sut.reset();
     EXPECT_EQ(bus.callbackCount(), 0U);
+}
+
+TEST(IsoTpInterfaceLayoutTest, MembersOfTheBaseLieInOrderAndTheReservedOnesAreEmpty)
+{
+    const CanTP_ISO_Interface interface(uint8_t{3}, std::vector<unsigned int>{0x7E8}, 0x7E0U);
+    const InterfaceBaseOfBus& base = interface;
+    const size_t callbacks = offsetIn(base, &InterfaceBaseOfBus::callbacks);
+    const size_t first = callbacks + sizeof base.callbacks;
+    EXPECT_EQ(callbacks, sizeof(VQPBusProxyCallback));
+    EXPECT_EQ(offsetIn(base, reveal(ReservedNumber1{})), first);
+    EXPECT_EQ(offsetIn(base, reveal(ReservedNumbers{})), first + 8);
+    const size_t second = first + 8 + sizeof(std::vector<uint32_t>);
+    EXPECT_EQ(offsetIn(base, reveal(DefaultId{})), second);
+    EXPECT_EQ(offsetIn(base, reveal(ReservedNumber2{})), second + 4);
+    EXPECT_EQ(offsetIn(base, reveal(ReservedNumber3{})), second + 8);
+    EXPECT_EQ(offsetIn(base, reveal(Channel{})), second + 12);
+    EXPECT_EQ(offsetIn(base, reveal(ReservedText{})), second + 16);
+
+    EXPECT_EQ(base.*reveal(DefaultId{}), 0x7E0U);
+    EXPECT_EQ(base.*reveal(Channel{}), 3);
+    EXPECT_EQ(base.*reveal(ReservedNumber1{}), 0U);
+    EXPECT_EQ(base.*reveal(ReservedNumber2{}), 0U);
+    EXPECT_EQ(base.*reveal(ReservedNumber3{}), 0U);
+    EXPECT_TRUE((base.*reveal(ReservedNumbers{})).empty());
+    EXPECT_TRUE((base.*reveal(ReservedText{})).empty());
 }
 
 TEST(IsoTpInterfaceLayoutTest, VirtualOperationsKeepTheirSlots)

@@ -7,6 +7,7 @@
 #include <map>
 #include <mutex>
 #include <set>
+#include <utility>
 
 #include <fcntl.h>
 #include <unistd.h>
@@ -25,6 +26,7 @@ constexpr int FRESH = 1 << 20;
 std::mutex mutex;
 std::map<std::string, int> answers; ///< descriptor, FRESH, or a negative error number
 std::set<int> given;                ///< descriptors whose close() is ours
+std::function<void()> openHook;
 
 std::string nameOf(int flags)
 {
@@ -70,6 +72,11 @@ void refuse(const std::string& path, int errorNumber)
     answers[path] = -errorNumber;
 }
 
+void whenOpened(std::function<void()> hook)
+{
+    openHook = std::move(hook);
+}
+
 } // namespace fakedevices
 
 int __wrap_open(const char* path, int flags, ...)
@@ -83,6 +90,9 @@ int __wrap_open(const char* path, int flags, ...)
         return __real_open(path, flags, mode);
     }
     effects::note("open " + std::string(path) + " " + nameOf(flags));
+    if (openHook) {
+        openHook();
+    }
     const std::lock_guard lock(mutex);
     const auto found = answers.find(path);
     int answer = found == answers.end() ? -ENOENT : found->second;

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <functional>
 #include <string>
 
 /// The four device names without a logger. Link the source with WRAP open close; other paths and descriptors go to
@@ -22,5 +23,8 @@ void provideFresh(const std::string& path);
 
 /// open() of `path` fails. So it does for every device that was never provided, with ENOENT.
 void refuse(const std::string& path, int errorNumber);
+
+/// From now on `hook` runs in every open() of a device, before the answer is given. Set it while nothing is opened.
+void whenOpened(std::function<void()> hook);
 
 } // namespace fakedevices

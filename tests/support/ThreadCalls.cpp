@@ -23,7 +23,7 @@ std::atomic<size_t> created{0};
 std::atomic<bool> withAttributes{false};
 
 /// Never destroyed: threads are joined at process exit, too.
-Recorder<pthread_t>& joins()
+Recorder<pthread_t>& joined()
 {
     static auto* const recorder = new Recorder<pthread_t>;
     return *recorder;
@@ -46,9 +46,14 @@ bool lastHadAttributes()
     return withAttributes;
 }
 
+size_t joins()
+{
+    return joined().count();
+}
+
 bool waitForJoins(size_t total)
 {
-    return joins().waitForCount(total);
+    return joined().waitForCount(total);
 }
 
 } // namespace threadcalls
@@ -64,6 +69,6 @@ int __wrap_pthread_create(pthread_t* thread, const pthread_attr_t* attributes, v
 
 int __wrap_pthread_join(pthread_t thread, void** result)
 {
-    threadcalls::joins().add(thread);
+    threadcalls::joined().add(thread);
     return __real_pthread_join(thread, result);
 }

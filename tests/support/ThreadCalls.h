@@ -15,6 +15,9 @@ size_t creations();
 /// Whether the last thread was asked for with attributes of its own.
 bool lastHadAttributes();
 
+/// Joins that have begun so far.
+size_t joins();
+
 /// Waits, with a generous limit, until so many joins have begun since the start.
 bool waitForJoins(size_t total);
 
