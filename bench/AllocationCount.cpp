@@ -17,10 +17,15 @@ uint64_t bench::allocations()
     return count;
 }
 
-void* operator new(std::size_t size)
+void* operator new(std::size_t size, const std::nothrow_t& /*mark*/) noexcept
 {
     count.fetch_add(1, std::memory_order_relaxed);
-    if (void* const storage = std::malloc(size)) {
+    return std::malloc(size);
+}
+
+void* operator new(std::size_t size)
+{
+    if (void* const storage = operator new(size, std::nothrow)) {
         return storage;
     }
     throw std::bad_alloc();

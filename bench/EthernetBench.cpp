@@ -1,3 +1,4 @@
+#include <AllocationCount.h>
 #include <BenchProcess.h>
 
 #include <EthernetInterface.h>
@@ -23,7 +24,8 @@
 #include <unistd.h>
 
 // Reception into callbacks beside a bare pselect and recv loop, and send() beside the bare system call, over
-// loopback. What counts of a reception is the processor time of the thread that receives.
+// loopback. What counts of a reception is the processor time of the thread that receives. Allocations are those of the
+// whole process; the other end makes none.
 
 namespace {
 
@@ -223,6 +225,12 @@ size_t burstOf(size_t payloadBytes)
     return std::max<size_t>(1, std::min<size_t>(64, 100'000 / (payloadBytes + 1000)));
 }
 
+void reportAllocations(benchmark::State& state, uint64_t allocationsBefore, double records)
+{
+    state.counters["allocations_per_record"] =
+        static_cast<double>(bench::allocations() - allocationsBefore) / records;
+}
+
 /// Lets the server send bursts and measures the receiving thread.
 void measureReception(benchmark::State& state, const Server& server, const Tally& tally)
 {
@@ -238,6 +246,7 @@ void measureReception(benchmark::State& state, const Server& server, const Tally
         tally.await(sent);
     };
     exchange(); // the thread is known from now on
+    const uint64_t allocationsBefore = bench::allocations();
     double before = processorTime(tally.thread);
     for (auto _ : state) {
         exchange();
@@ -246,6 +255,7 @@ void measureReception(benchmark::State& state, const Server& server, const Tally
         before = now;
     }
     const auto messages = static_cast<double>(static_cast<size_t>(state.iterations()) * burst);
+    reportAllocations(state, allocationsBefore, messages);
     state.SetBytesProcessed(state.iterations() * static_cast<int64_t>(burst * payloadBytes));
     state.counters["per_record"] =
         benchmark::Counter(messages, benchmark::Counter::kIsRate | benchmark::Counter::kInvert);
@@ -311,12 +321,14 @@ void sendInterface(benchmark::State& state, bool stream)
     server.accept();
     server.swallow();
     const std::vector<uint8_t> payload(static_cast<size_t>(state.range(0)), 0x5A);
+    const uint64_t allocationsBefore = bench::allocations();
     for (auto _ : state) {
         if (interface.send(payload.data(), payload.size()) != 0) {
             state.SkipWithError("send failed");
             break;
         }
     }
+    reportAllocations(state, allocationsBefore, static_cast<double>(state.iterations()));
     state.SetBytesProcessed(state.iterations() * state.range(0));
     interface.disconnect();
 }
