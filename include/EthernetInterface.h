@@ -46,7 +46,8 @@ class OpenSocket;
 /// The interface never reconnects by itself: the next send() does. A TCP server that closes its end leaves the
 /// interface connected for about ten more seconds, in which every second one empty reception is logged; then the
 /// receive thread closes the socket, raises status 2 and ends. A UDP server cannot be lost; an empty datagram from
-/// anybody counts as an empty reception, though, and so can end the thread in the same way.
+/// anybody counts as an empty reception, though, and so can end the thread in the same way. Only received bytes start
+/// the count anew: a disconnect() and connect() meanwhile do not.
 ///
 /// Statuses raised in InterfaceBaseCb::onInterfaceState: 1 connected (on the thread that connected), 2 disconnected
 /// (on the thread that closed the socket), 3 data lost in send() (on the sending thread), 5 a new bus-load figure
@@ -95,9 +96,10 @@ public:
     /// Stops the receive thread and waits for it, disconnects (status 2, if connected), and hands the address of
     /// the last configure() back to the platform. Addresses of earlier calls of configure() stay.
     ///
-    /// Waits up to 300 ms for the receive thread, up to 1.3 s while the server is being lost, and for a callback
-    /// that is running. Callbacks are made until it returns; in them connect() and send() fail as in an interface
-    /// that is not configured. Must not run in a callback.
+    /// Waits up to 300 ms for the receive thread, up to 1.3 s while the server is being lost, and for a callback that
+    /// is running. One that is inside a send() or connect() which the server keeps waiting holds the destructor up as
+    /// long: for a send(), call disconnect() first. Callbacks are made until it returns; in them connect() and send()
+    /// fail as in an interface that is not configured. Must not run in a callback.
     ~EthernetInterface() override;
 
     /// Takes over a configuration, has the platform put `loggerIp` on `interfaceName`, and connects.
@@ -125,7 +127,8 @@ public:
     /// If the receive thread cannot be created the result is true all the same; the next connect() that opens a
     /// socket starts it.
     ///
-    /// Threads: any, also callbacks. Of two that connect at once, one finds the interface connected. A callback may
+    /// Threads: any, also callbacks. Of two that connect at once, one finds the interface connected; over TCP it may
+    /// have opened a second connection by then, which it closes at once, and which the server sees. A callback may
     /// connect this interface or another one; it makes the callbacks of that connection before it returns to its own.
     /// Two interfaces whose callbacks connect each other must not wait for one another: connecting joins a receive
     /// thread that has ended, and so waits for the last callback of that interface.

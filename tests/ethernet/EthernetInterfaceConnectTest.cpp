@@ -4,6 +4,7 @@
 
 #include <netinet/tcp.h>
 #include <sys/socket.h>
+#include <unistd.h>
 
 REVEAL_MEMBER(ConnectedFd, EthernetInterface, socketFd);
 REVEAL_MEMBER(ConnectedReadSet, EthernetInterface, readSet);
@@ -128,6 +129,32 @@ TEST_F(EthernetInterfaceConnectTest, ForeignLoggerAddressCannotBeBoundButTheSock
     EXPECT_THAT(takeLines(), ElementsAre("[INFO] ETH[127.0.0.2:PORT]::connect() Already connected."));
     EXPECT_EQ(callback.statuses.count(), 0u);
     EXPECT_TRUE(sut->disconnect());
+}
+
+TEST_F(EthernetInterfaceConnectTest, LoggerTextThatIsNoAddressIsBoundAsTheBroadcastAddress)
+{
+    const ScriptedUdpServer server(Script::SINK); // only for its port number
+    auto configuration = udp(server.port());
+    configuration.loggerIp = "logger";
+    // The conversion has no other answer to such a text, and the system lets a socket be bound to that.
+    EXPECT_EQ(configure(configuration), 1);
+    EXPECT_THAT(takeLines(),
+                testing::Contains("[DEBUG] ETH[127.0.0.2:PORT]::connect() socketAddr: 255.255.255.255:PORT"));
+}
+
+TEST_F(EthernetInterfaceConnectTest, ReadSetHoldsTheNextSocketAlone)
+{
+    const ScriptedUdpServer server(Script::SINK);
+    connectTo(udp(server.port()));
+    const int before = fd();
+    ASSERT_TRUE(sut->disconnect());
+    const int inItsPlace = dup(STDERR_FILENO);
+    ASSERT_TRUE(sut->connect());
+    EXPECT_NE(fd(), before);
+    const fd_set& readSet = (*sut).*reveal(ConnectedReadSet{});
+    EXPECT_FALSE(FD_ISSET(before, &readSet));
+    EXPECT_TRUE(FD_ISSET(fd(), &readSet));
+    close(inItsPlace);
 }
 
 TEST_F(EthernetInterfaceConnectTest, CountersStartAnewWithEachConnection)

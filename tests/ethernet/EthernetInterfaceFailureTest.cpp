@@ -116,6 +116,20 @@ TEST_F(EthernetInterfaceFailureTest, ConnectFails)
     expectExchange();
 }
 
+TEST_F(EthernetInterfaceFailureTest, InterruptedConnectIsAFailedOne)
+{
+    const ScriptedTcpServer server(Script::ECHO);
+    disconnectedFrom(tcp(server.port()));
+    failing::connectCall.fail(EINTR, true);
+    const Bytes bytes = {1};
+    EXPECT_EQ(sut->send(bytes.data(), bytes.size()), -1);
+    EXPECT_THAT(takeLines(),
+                ElementsAre("[WARNING] ETH[127.0.0.1:PORT]::send() Interface isn't connected, try to connect...",
+                            tryTcp, "[ERROR] ETH[127.0.0.1:PORT]::connect() connect(): Interrupted system call",
+                            "[INFO] ETH[127.0.0.1:PORT]::disconnect() Disconnected.", "{status 2}"));
+    expectExchange();
+}
+
 TEST_F(EthernetInterfaceFailureTest, ConnectAndTheCloseBehindItFail)
 {
     const ScriptedTcpServer server(Script::ECHO);
@@ -309,6 +323,39 @@ TEST_F(EthernetInterfaceFailureTest, ThreadThatCannotBeCreatedIsStartedByTheNext
     EXPECT_TRUE(sut->disconnect());
     EXPECT_TRUE(sut->connect());
     EXPECT_TRUE(threadRuns());
+    expectExchange();
+}
+
+TEST_F(EthernetInterfaceFailureTest, ThreadThatASendCannotCreateIsStartedByTheNextConnect)
+{
+    ScriptedTcpServer server(Script::ECHO);
+    connectTo(tcp(server.port()));
+    ASSERT_TRUE(server.accepted.waitForCount(1));
+    server.closeClient();
+    ASSERT_TRUE(await("[INFO] ETH[127.0.0.1:PORT]::threadCode() Exit RX thread."));
+    failing::pthreadCreateCall.fail(EAGAIN, true);
+    const Bytes bytes = {1, 2, 3};
+    EXPECT_EQ(sut->send(bytes.data(), bytes.size()), 0);
+    EXPECT_FALSE(threadRuns());
+    ASSERT_TRUE(server.awaitBytes(3));
+    EXPECT_TRUE(sut->disconnect());
+    expectExchange();
+    EXPECT_TRUE(threadRuns());
+}
+
+TEST_F(EthernetInterfaceFailureTest, BindFailsWhileTheThreadRuns)
+{
+    const ScriptedUdpServer server(Script::ECHO);
+    disconnectedFrom(udp(server.port()));
+    failing::bindCall.fail(EADDRINUSE, true);
+    EXPECT_FALSE(sut->connect());
+    EXPECT_TRUE(threadRuns());
+    EXPECT_GE(fd(), 0);
+    const Bytes bytes = {1, 2, 3};
+    EXPECT_EQ(sut->send(bytes.data(), bytes.size()), 0);
+    ASSERT_TRUE(server.received.waitForCount(1));
+    EXPECT_THAT(callback.statuses.all(), ElementsAre(1, 2));
+    EXPECT_TRUE(sut->disconnect());
     expectExchange();
 }
 

@@ -320,6 +320,34 @@ TEST_F(EthernetInterfaceReceiveTest, RejectedDatagramStartsTheCountAnew)
     EXPECT_TRUE(threadRuns());
 }
 
+TEST_F(EthernetInterfaceReceiveTest, NewConnectionDoesNotStartTheCountAnew)
+{
+    const ScriptedUdpServer server(Script::SINK);
+    connectTo(udp(server.port()));
+    for (size_t count = 0; count < 9; ++count) {
+        server.send({});
+    }
+    ASSERT_TRUE(await(UDP_LOST, 9));
+    ASSERT_TRUE(sut->disconnect());
+    ASSERT_TRUE(sut->connect());
+    server.send({});
+    EXPECT_TRUE(await("[INFO] ETH[127.0.0.2:PORT]::threadCode() Exit RX thread."));
+    EXPECT_THAT(callback.statuses.all(), ElementsAre(1, 5, 2, 1, 2));
+}
+
+TEST_F(EthernetInterfaceReceiveTest, DisconnectIsNoLossOfTheServer)
+{
+    const ScriptedTcpServer server(Script::SINK);
+    connectTo(tcp(server.port()));
+    for (int round = 0; round < 20; ++round) {
+        ASSERT_TRUE(sut->disconnect());
+        ASSERT_TRUE(sut->connect());
+    }
+    destroy();
+    EXPECT_EQ(failing::pauses, 0u);
+    EXPECT_THAT(takeLines(), testing::Not(testing::Contains(LOST)));
+}
+
 TEST_F(EthernetInterfaceReceiveTest, ReceiveErrorDoesNotStartTheCountAnew)
 {
     const ScriptedUdpServer server(Script::SINK);

@@ -95,4 +95,21 @@ TEST_F(EthernetNamespaceTest, AddressThatIsNotOnTheMachineIsAConflictInModeCheck
     EXPECT_EQ(configure(withAddress("10.77.0.2")), -2);
 }
 
+/// The interface with the host's own address service, without any privilege.
+class EthernetAddressServiceTest : public EthernetTest
+{
+};
+
+TEST_F(EthernetAddressServiceTest, ModeAcceptGrantsAnAddressThatCannotBeBound)
+{
+    setenv("VQIPCONFIG", "accept", 1);
+    auto configuration = udp(5000);
+    configuration.loggerIp = "192.0.2.1"; // reserved for documentation: on no machine
+    EXPECT_EQ(configure(configuration), 0);
+    EXPECT_EQ(lines.count("[ERROR] ETH[127.0.0.2:5000]::connect() bind() failed: Cannot assign requested address"),
+              1u);
+    EXPECT_TRUE(sut->connect());
+    EXPECT_EQ(takeLines().back(), "[INFO] ETH[127.0.0.2:PORT]::connect() Already connected.");
+}
+
 } // namespace
