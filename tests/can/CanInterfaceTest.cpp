@@ -229,8 +229,9 @@ TEST_P(CanInterfaceSizeTest, TypeDecidesWhichSizesAreSent)
 INSTANTIATE_TEST_SUITE_P(
     Sizes, CanInterfaceSizeTest,
     testing::Values(SizeCase{0, 0, 0}, SizeCase{0, 8, 8}, SizeCase{0, 9, -1}, SizeCase{0, 64, -1},
-                    SizeCase{0, 256, -1}, SizeCase{1, 8, 8}, SizeCase{1, 9, -1}, SizeCase{2, 8, 8},
-                    SizeCase{2, 9, 9}, SizeCase{2, 64, 64}, SizeCase{2, 65, -1}, SizeCase{2, 256, -1},
+                    SizeCase{0, 256, -1}, SizeCase{1, 8, 8}, SizeCase{1, 9, -1}, SizeCase{1, 64, -1},
+                    SizeCase{1, 256, -1}, SizeCase{2, 8, 8}, SizeCase{2, 9, 9}, SizeCase{2, 64, 64},
+                    SizeCase{2, 65, -1}, SizeCase{2, 256, -1}, SizeCase{3, 8, 8}, SizeCase{3, 9, 9},
                     SizeCase{3, 64, 64}, SizeCase{3, 65, -1}, SizeCase{4, 8, 8}, SizeCase{4, 9, 9},
                     SizeCase{4, 64, 64}, SizeCase{4, 65, 64}, SizeCase{4, 255, 64}, SizeCase{4, 256, 0},
                     SizeCase{4, 257, 1}, SizeCase{4, 300, 44}, SizeCase{5, 65, 64}, SizeCase{5, 256, 0}),
