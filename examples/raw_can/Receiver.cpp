@@ -23,19 +23,27 @@ void Arrivals::add(const RowKey& row)
     const std::lock_guard lock(mutex);
     ++byRow[row];
     ++count;
-    if (count >= awaited) {
-        complete.notify_all();
+    const auto lacking = awaited.find(row);
+    if (lacking != awaited.end() && --lacking->second == 0) {
+        awaited.erase(lacking);
+        if (awaited.empty()) {
+            complete.notify_all();
+        }
     }
 }
 
-std::optional<std::chrono::steady_clock::time_point> Arrivals::waitFor(uint64_t total,
-                                                                       std::chrono::seconds patience)
+std::optional<std::chrono::steady_clock::time_point> Arrivals::waitFor(const std::map<RowKey, uint64_t>& expected,
+                                                                       std::chrono::milliseconds patience)
 {
     std::unique_lock lock(mutex);
-    awaited = total;
-    while (count < total) {
+    for (const auto& [row, frames] : expected) {
+        if (const uint64_t arrived = byRow[row]; arrived < frames) {
+            awaited[row] = frames - arrived;
+        }
+    }
+    while (!awaited.empty()) {
         const uint64_t before = count;
-        complete.wait_for(lock, patience, [this] { return count >= awaited; });
+        complete.wait_for(lock, patience, [this] { return awaited.empty(); });
         if (count == before) {
             return std::nullopt;
         }

@@ -17,10 +17,12 @@ class Arrivals
 public:
     void add(const RowKey& row);
 
-    /// Waits until `total` frames have arrived.
+    /// Waits until every row has as many frames as `expected` names. What one row has too many does not stand for
+    /// what another one lacks.
     /// @param patience  how long nothing at all may arrive before the wait is given up
     /// @return time at which the last frame arrived; nothing if the wait was given up
-    std::optional<std::chrono::steady_clock::time_point> waitFor(uint64_t total, std::chrono::seconds patience);
+    std::optional<std::chrono::steady_clock::time_point> waitFor(const std::map<RowKey, uint64_t>& expected,
+                                                                 std::chrono::milliseconds patience);
 
     /// Frames that have arrived, by row.
     std::map<RowKey, uint64_t> counts();
@@ -29,8 +31,8 @@ private:
     std::mutex mutex;
     std::condition_variable complete;
     std::map<RowKey, uint64_t> byRow;
+    std::map<RowKey, uint64_t> awaited; ///< frames that rows still lack; empty while nobody waits
     uint64_t count = 0;
-    uint64_t awaited = UINT64_MAX;
 };
 
 /// Lets the main thread wait until the dispatcher is online.

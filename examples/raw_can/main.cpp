@@ -84,11 +84,7 @@ Outcome run(const std::string& file, const Traffic& traffic)
     Outcome outcome;
     const auto begin = std::chrono::steady_clock::now();
     sendLog(file, traffic, senders, outcome);
-    uint64_t sent = 0;
-    for (const auto& [row, frames] : outcome.sent) {
-        sent += frames;
-    }
-    const auto end = arrivals.waitFor(sent, PATIENCE);
+    const auto end = arrivals.waitFor(outcome.sent, PATIENCE);
     outcome.duration = end.value_or(std::chrono::steady_clock::now()) - begin;
 
     // Before the interfaces go: a destroyed one silences those that remain.

@@ -344,6 +344,21 @@ TEST_F(CanInterfaceTest, TimeIsClearedBeforeTheTransmitterIsAsked)
     EXPECT_EQ(msg.time, 0U);
 }
 
+/// Without a transmitter from elsewhere.
+class CanInterfaceFirstSendTest : public DispatcherTest
+{
+};
+
+TEST_F(CanInterfaceFirstSendTest, OpensTheTransmitterWithOSync)
+{
+    fakedevices::provideNull(MAIN, 201);
+    CanInterface sut;
+    CapturedOutput output;
+    ASSERT_EQ(sut.configure({5, 0x123, CAN_STANDARD, {}}), 0);
+    EXPECT_EQ(sut.send(BYTES.data(), 1), 0);
+    EXPECT_EQ(effects::all(), (Effects{"open /dev/vqlog-fpgab O_WRONLY|O_SYNC"}));
+}
+
 TEST_F(CanInterfaceTest, DebugLevelZeroOrBelowPrintsNothing)
 {
     configureForType(CAN_STANDARD);

@@ -20,6 +20,7 @@ REVEAL_MEMBER(Id, CanInterface, id);
 REVEAL_MEMBER(Type, CanInterface, type);
 REVEAL_MEMBER(ReceiveIds, CanInterface, receiveIds);
 
+REVEAL_MEMBER(DispatcherDebug, MsgRxHandler, debug);
 REVEAL_MEMBER(ThreadHandle, MsgRxHandler, threadHandle);
 REVEAL_MEMBER(Running, MsgRxHandler, running);
 REVEAL_MEMBER(ReceiverMutex, MsgRxHandler, receiverMutex);
@@ -138,6 +139,11 @@ TEST(CanLayoutTest, MsgRxHandlerMembersLieInOrder)
     EXPECT_EQ(offsetIn(sut, reveal(FpgacOffset{})), expected += 8);
     EXPECT_EQ(offsetIn(sut, reveal(Receivers{})), expected += 8);
     EXPECT_EQ(offsetIn(sut, reveal(ChannelReceivers{})), expected += sizeof(std::set<int>));
+}
+
+TEST(CanLayoutTest, DispatcherDebugLevelIsOne)
+{
+    EXPECT_EQ(*reveal(DispatcherDebug{}), 1);
 }
 
 TEST(CanLayoutTest, NewDispatcherIsOfflineWithoutOffsets)

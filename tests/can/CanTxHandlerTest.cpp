@@ -5,7 +5,9 @@
 #include <support/Effects.h>
 #include <support/FakeBoard.h>
 #include <support/FakeDevices.h>
+#include <support/LogLock.h>
 #include <support/PrivateMember.h>
+#include <support/SecondThread.h>
 #include <support/Waiting.h>
 
 #include <gtest/gtest.h>
@@ -416,6 +418,20 @@ TEST_F(CanTxHandlerTest, FailedWriteIsLoggedWithTheSystemsText)
     EXPECT_EQ(output.out(),
               "[ERROR] CanTxHandler::send() Can't write data, err=-1, errStr=No space left on device\n");
     EXPECT_EQ(output.err(), "");
+}
+
+TEST_F(CanTxHandlerTest, FailedWriteIsLoggedWithItsOwnErrorWhateverTheLogLockLeaves)
+{
+    fakedevices::provideAs(MAIN, open("/dev/full", O_WRONLY), MAIN_FD);
+    CanTxHandler* const sut = quietInstance();
+    const SecondThread other; // only then is a line locked
+    CANExtTraceMessage frame = testframes::onChannel(0);
+    CapturedOutput output;
+    loglock::leaveErrno(EPERM);
+    EXPECT_EQ(sut->send(frame), -1);
+    loglock::leaveErrno(0);
+    EXPECT_EQ(output.out(),
+              "[ERROR] CanTxHandler::send() Can't write data, err=-1, errStr=No space left on device\n");
 }
 
 TEST_F(CanTxHandlerTest, FailedWriteOnTheExtensionDeviceLeavesTheMainDeviceSending)

@@ -66,7 +66,8 @@ INSTANTIATE_TEST_SUITE_P(
         BoardCase{"Type16Fd", {.boardType = 16, .canFdDevice = true}, {COMBINED_FD}, ON_COMBINED_FD},
         BoardCase{"Type112", {.boardType = 112}, {COMBINED}, ON_COMBINED},
         BoardCase{"Type112Fd", {.boardType = 112, .canFdDevice = true}, {COMBINED_FD}, ON_COMBINED_FD},
-        BoardCase{"Type16WithExtension", {.boardType = 16, .deviceCode = 4}, {EXTENSION, COMBINED}, ON_COMBINED}),
+        BoardCase{"Type16WithExtension", {.boardType = 16, .deviceCode = 4}, {EXTENSION, COMBINED}, ON_COMBINED},
+        BoardCase{"Type112WithExtension", {.boardType = 112, .deviceCode = 4}, {EXTENSION, COMBINED}, ON_COMBINED}),
     [](const auto& tested) { return std::string(tested.param.name); });
 
 TEST_F(MsgRxHandlerDevicesTest, DevicesBeginClosedAndInactive)

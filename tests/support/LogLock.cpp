@@ -3,6 +3,7 @@
 #include <vqutil/LogUtil.h>
 
 #include <atomic>
+#include <cerrno>
 
 #include <pthread.h>
 
@@ -15,6 +16,7 @@ namespace {
 
 std::atomic<size_t> requested{0};
 std::atomic<int> refusal{0};
+std::atomic<int> leftErrno{0};
 
 } // namespace
 
@@ -33,6 +35,11 @@ Refusal::~Refusal()
     refusal = 0;
 }
 
+void leaveErrno(int errorNumber)
+{
+    leftErrno = errorNumber;
+}
+
 } // namespace loglock
 
 int __wrap_pthread_mutex_lock(pthread_mutex_t* mutex)
@@ -42,6 +49,9 @@ int __wrap_pthread_mutex_lock(pthread_mutex_t* mutex)
         ++requested;
         if (const int error = refusal) {
             return error;
+        }
+        if (const int error = leftErrno) {
+            errno = error;
         }
     }
     return __real_pthread_mutex_lock(mutex);

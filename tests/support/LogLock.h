@@ -18,4 +18,7 @@ public:
     Refusal& operator=(const Refusal&) = delete;
 };
 
+/// Lets the lock leave `errorNumber` in errno from now on, as any system call may.
+void leaveErrno(int errorNumber);
+
 } // namespace loglock

@@ -74,10 +74,11 @@ TEST(CANTraceMessageTest, LengthSixtyFourAndSixtyFiveAreTheLimit)
 
 TEST(CANTraceMessageTest, FrameKindOneHasNoPayloadWhateverTheLength)
 {
-    const CANExtTraceMessage sut = frameOf(CAN_STANDARD, 1, 8, CAN_FRAME_REMOTE);
-
-    EXPECT_EQ(sut.length, 0);
-    EXPECT_TRUE(isZeroFrom(sut, 0));
+    for (const uint8_t length : {0, 8, 64, 200, 255}) {
+        const CANExtTraceMessage sut = frameOf(CAN_STANDARD, 1, length, CAN_FRAME_REMOTE);
+        EXPECT_EQ(sut.length, 0) << unsigned{length};
+        EXPECT_TRUE(isZeroFrom(sut, 0)) << unsigned{length};
+    }
 }
 
 TEST(CANTraceMessageTest, PayloadPointerMayBeNullWhenNothingIsCopied)
