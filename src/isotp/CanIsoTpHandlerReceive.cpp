@@ -256,5 +256,5 @@ bool CanIsoTpHandler::deliver(Received& received)
         }
     }
     pushThread(START_SENDING);
-    return true;
+    return !abortedSince(received.aborts); // a command that found no room has aborted
 }

@@ -19,6 +19,8 @@ constexpr const char* ABORT_PUSH_FAILED =
 class CanIsoTpHandlerControlTest : public IsoTpTest
 {
 protected:
+    CanIsoTpHandlerControlTest() { calls.reset(); }
+
     static bool hasRoom(int fd)
     {
         pollfd watched{fd, POLLOUT, 0};
@@ -101,6 +103,19 @@ TEST_F(CanIsoTpHandlerControlTest, FailingPushInsideAnAbortIsNoSecondAbort)
                   ABORT_PUSH_FAILED +
                   "[ERROR] CanIsoTpHandler::pushThread: can't write, error: Input/output error\n");
     EXPECT_EQ(events(), Events{pushFailed});
+}
+
+TEST_F(CanIsoTpHandlerControlTest, FullPipeAtTheEndOfAReceptionIsOneWaitAndOneAbort)
+{
+    peerSends({0x10, 8, 1, 2, 3, 4, 5, 6});
+    for (int i = 0; i < 3; ++i) {
+        calls.waitsToWrite.add(PipeCalls::TIMED_OUT);
+    }
+    CapturedOutput output;
+    peerSendsPadded({0x21, 7, 8});
+    EXPECT_EQ(output.err(), std::string("[ERROR] CanIsoTpHandler::pushThread: timeout\n") + ABORT_PUSH_FAILED +
+                                "[ERROR] CanIsoTpHandler::pushThread: timeout\n"); // the abort's, without a wait
+    EXPECT_EQ(events(), (Events{messageEvent(counting(8)), pushFailed}));
 }
 
 TEST_F(CanIsoTpHandlerControlTest, FullPipeTakesOneSecondAndOneAbort)

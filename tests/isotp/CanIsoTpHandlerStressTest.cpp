@@ -379,6 +379,8 @@ protected:
 
     CanIsoTpHandlerStressTest()
     {
+        FakeTransmitter::instance().reset();
+        PipeCalls::instance().reset();
         PipeCalls::instance().ownTime();
         // The thread sanitizer starts a thread of its own with the first one: before anything is counted.
         std::thread([] {}).join();

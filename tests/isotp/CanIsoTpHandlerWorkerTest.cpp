@@ -13,7 +13,12 @@ namespace {
 class CanIsoTpHandlerWorkerTest : public IsoTpTest
 {
 protected:
-    CanIsoTpHandlerWorkerTest() { calls.ownTime(); }
+    CanIsoTpHandlerWorkerTest()
+    {
+        SleepCalls::instance().sleeps.clear();
+        calls.reset();
+        calls.ownTime();
+    }
     ~CanIsoTpHandlerWorkerTest() override { sut.stop(); }
 
     /// Returns when the worker waits for its first command.

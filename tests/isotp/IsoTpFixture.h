@@ -59,7 +59,11 @@ Handler::rawCANMsg_t rawFrame(const Bytes& bytes, uint32_t id = RX_ID, cantype_t
 class IsoTpTest : public testing::Test
 {
 protected:
-    IsoTpTest() { sut.setCallback(callback); }
+    IsoTpTest()
+    {
+        transmitter.reset();
+        sut.setCallback(callback);
+    }
 
     /// A frame from the peer, by the process bus.
     void peerSends(const Bytes& bytes) { receive(sut, bytes); }

@@ -21,6 +21,16 @@ FakeTransmitter& FakeTransmitter::instance()
     return transmitter;
 }
 
+void FakeTransmitter::reset()
+{
+    frames.clear();
+    records = true;
+    useOSync = false;
+    failFrom = -1;
+    onFrame = nullptr;
+    count = 0;
+}
+
 int FakeTransmitter::transmit(const CANExtTraceMessage& message)
 {
     const int index = count++;

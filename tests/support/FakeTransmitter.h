@@ -14,6 +14,9 @@ class FakeTransmitter
 public:
     static FakeTransmitter& instance();
 
+    /// Forgets what the test before left.
+    void reset();
+
     Recorder<CANExtTraceMessage> frames;
     std::atomic<bool> records{true};   ///< false: frames are not kept
     std::atomic<bool> useOSync{false}; ///< what the last getInstance asked for

@@ -70,6 +70,24 @@ int PipeCalls::Script::next()
     return error;
 }
 
+void PipeCalls::Script::clear()
+{
+    const std::lock_guard lock(mutex);
+    errors.clear();
+}
+
+void PipeCalls::reset()
+{
+    for (Script* const script : {&pipes, &reads, &writes, &waitsToWrite, &waitsToRead}) {
+        script->clear();
+    }
+    waits.clear();
+    const int expiry = expiryFd.exchange(-1);
+    if (expiry >= 0) {
+        close(expiry);
+    }
+}
+
 void PipeCalls::ownTime()
 {
     expiryFd = eventfd(0, EFD_SEMAPHORE | EFD_CLOEXEC);

@@ -15,12 +15,16 @@ class PipeCalls
 public:
     static PipeCalls& instance();
 
+    /// Forgets what the test before left; time is the system's again. No worker may run.
+    void reset();
+
     /// Error numbers for the next calls, in order; 0 lets a call pass. After them calls pass.
     struct Script
     {
         void add(int error);
         /// @return the error for this call, 0 if it passes
         int next();
+        void clear();
 
     private:
         std::mutex mutex;
