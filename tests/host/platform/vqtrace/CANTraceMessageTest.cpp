@@ -74,7 +74,7 @@ TEST(CANTraceMessageTest, LengthSixtyFourAndSixtyFiveAreTheLimit)
 
 TEST(CANTraceMessageTest, FrameKindOneHasNoPayloadWhateverTheLength)
 {
-    for (const uint8_t length : {0, 8, 64, 200, 255}) {
+    for (const uint8_t length : std::vector<uint8_t>{0, 8, 64, 200, 255}) {
         const CANExtTraceMessage sut = frameOf(CAN_STANDARD, 1, length, CAN_FRAME_REMOTE);
         EXPECT_EQ(sut.length, 0) << unsigned{length};
         EXPECT_TRUE(isZeroFrom(sut, 0)) << unsigned{length};
