@@ -1,5 +1,8 @@
 #include <ethernet/EthernetTest.h>
 #include <support/FakeIpConfig.h>
+#include <support/PrivateMember.h>
+
+REVEAL_MEMBER(ConfiguredFlag, EthernetInterface, configured);
 
 namespace {
 
@@ -130,7 +133,9 @@ TEST_F(EthernetInterfaceConfigureTest, ConflictAfterASuccessfulConfigurationBloc
     const ScriptedTcpServer server(Script::SINK);
     connectTo(tcp(server.port()));
     ASSERT_TRUE(sut->disconnect());
+    EXPECT_TRUE(*sut.*reveal(ConfiguredFlag{}));
     configureInConflict(server.port());
+    EXPECT_FALSE(*sut.*reveal(ConfiguredFlag{}));
     takeLines();
     EXPECT_FALSE(sut->connect());
     EXPECT_THAT(takeLines(), ElementsAre("[ERROR] ETH[127.0.0.1:PORT]::connect() Can't connect, IP conflict."));
