@@ -12,11 +12,12 @@ MonitorStream::MonitorStream(EpollLoop& eventLoop, wire::FileDescriptor connecti
     : TraceStream(eventLoop, std::move(connection), "the monitor", options, counters, std::move(onEnded)),
       channels(watched)
 {
+    letReaderFinish();
 }
 
 void MonitorStream::report(const wire::CanRecord& frame, bool isSent)
 {
-    if (hasEnded()) {
+    if (takesNoMore()) {
         return;
     }
     ++frames;
@@ -25,13 +26,17 @@ void MonitorStream::report(const wire::CanRecord& frame, bool isSent)
         ++missedInAll;
         return;
     }
-    if (missed != 0) {
-        append(wire::encodeMonitorDropped(missed));
-        missed = 0;
-    }
     // One record beyond the limit does no harm: a queue is asked before it is filled, not while.
     std::array<uint8_t, wire::CAN_RECORD_MAX_BYTES> bytes;
     appendBeyondLimit(std::span(bytes).first(wire::encodeMonitorFrame(frame, isSent, bytes)));
+}
+
+void MonitorStream::onRoom()
+{
+    // Not with the next frame: there may never be one.
+    if (missed != 0) {
+        appendBeyondLimit(wire::encodeMonitorDropped(std::exchange(missed, 0)));
+    }
 }
 
 wire::StageCounts MonitorStream::counts() const

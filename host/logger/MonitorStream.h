@@ -23,6 +23,7 @@ public:
 
 private:
     void onStalled() override;
+    void onRoom() override;
 
     const wire::ChannelSet channels;
     uint64_t missed = 0; ///< since the last record

@@ -34,7 +34,7 @@ TraceStream::TraceStream(EpollLoop& eventLoop, wire::FileDescriptor connection, 
 
 void TraceStream::append(std::span<const uint8_t> record)
 {
-    if (hasEnded() || cut) {
+    if (takesNoMore()) {
         return;
     }
     // A frame is admitted once and brings a record for each channel of its bus. Those behind the one that fills the
@@ -51,7 +51,7 @@ void TraceStream::appendBeyondLimit(std::span<const uint8_t> record)
 {
     if (cutNext) {
         queue.append(record.first(record.size() / 2));
-        cut = true;
+        isLast = true;
     } else if (malformNext) {
         std::array<uint8_t, wire::CAN_RECORD_MAX_BYTES> bytes;
         std::copy(record.begin(), record.end(), bytes.begin());
@@ -100,8 +100,11 @@ void TraceStream::flush()
     if (hasEnded()) {
         return;
     }
-    watch->set(isBlocked ? EPOLLOUT : 0U);
-    if (queue.empty() && cut) {
+    if (moved && !isFull()) {
+        onRoom();
+    }
+    watch->set((isBlocked ? EPOLLOUT : 0U) | (isLast ? 0U : finishEvents));
+    if (queue.empty() && isLast) {
         close();
     } else if (moved) {
         guard.progressed();
@@ -147,13 +150,29 @@ ReaderStatistics TraceStream::statistics() const
             .hasStalled = guard.hasStalled()};
 }
 
+void TraceStream::letReaderFinish()
+{
+    finishEvents = EPOLLRDHUP;
+    watch->set(finishEvents);
+}
+
+void TraceStream::finish()
+{
+    onRoom(); // one record beyond the limit, and nothing follows it
+    isLast = true;
+    guard.release();
+}
+
 void TraceStream::onReady(uint32_t events)
 {
     if ((events & (EPOLLHUP | EPOLLERR)) != 0) {
         close();
-    } else {
-        flush();
+        return;
     }
+    if ((events & EPOLLRDHUP) != 0 && !isLast) {
+        finish();
+    }
+    flush();
 }
 
 void TraceStream::onStalled()

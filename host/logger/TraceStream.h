@@ -57,13 +57,19 @@ public:
     void onFailure() noexcept override { close(); }
 
 protected:
-    bool isFull() const override { return queue.size() >= limitBytes && !cut && !hasEnded(); }
+    bool isFull() const override { return queue.size() >= limitBytes && !takesNoMore(); }
+    bool takesNoMore() const { return isLast || hasEnded(); }
     /// Appends a whole record, full or not.
     void appendBeyondLimit(std::span<const uint8_t> record);
+    /// From now on a reader that shuts down its sending side gets what waits, nothing newer, and then the end.
+    void letReaderFinish();
 
 private:
     void flush() override;
     void onStalled() override;
+    /// The reader has taken something and the queue is no longer full, or nothing more will come.
+    virtual void onRoom() {}
+    void finish();
     void sentBytes(size_t count);
     void flushSoon();
 
@@ -84,9 +90,10 @@ private:
     uint64_t framesDropped = 0;
     bool cutNext = false;
     bool malformNext = false;
-    bool cut = false;       ///< half a record is in the queue; nothing follows
+    bool isLast = false;    ///< nothing follows what is in the queue; the stream ends behind it
     bool flushing = false;  ///< a flush is due at the end of the round
     bool isBlocked = false; ///< the system has no room; it reports when it has
+    uint32_t finishEvents = 0;
 };
 
 } // namespace vlogger

@@ -23,6 +23,8 @@
 /// | 0x8102 | a CAN frame that the channel sent, laid out like type 11 |
 /// | 0x8103 | frames that were dropped here since the last record, because this monitor took nothing (8) |
 ///
+/// A client that shuts down its sending side gets what waits for it, and then the end of the stream.
+///
 /// INJECT: after the reply the client sends one record of type 11 per packet: frames of a member of the bus of that
 /// channel that is no channel itself. A FINISH packet ends it; its reply says that every frame has been delivered.
 namespace wire {

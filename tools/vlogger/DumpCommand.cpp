@@ -82,14 +82,12 @@ void dump(const Options& options, Context& context)
     Printer printer(options);
     uint64_t shown = 0;
     uint64_t missed = 0;
-    bool isFlushed = true;
     bool hasLoggerGone = false;
     while (shown < options.count && std::cout) {
         wire::MonitorEvent event;
-        const auto result = monitor.next(event, stop, isFlushed ? -1 : 0);
+        const auto result = monitor.next(event, stop, -1);
         if (result == MonitorReader::Result::QUIET) {
             std::cout.flush();
-            isFlushed = true;
         } else if (result != MonitorReader::Result::EVENT) {
             hasLoggerGone = result == MonitorReader::Result::ENDED;
             break;
@@ -100,7 +98,6 @@ void dump(const Options& options, Context& context)
                    filters.shows(event.frame.channel, frame)) {
             printer.print(event, frame);
             ++shown;
-            isFlushed = false;
         }
     }
     std::cout.flush();

@@ -3,6 +3,7 @@
 #include <sys/socket.h>
 
 #include <cerrno>
+#include <utility>
 
 namespace tool {
 
@@ -20,25 +21,23 @@ MonitorReader::MonitorReader(const LoggerClient& client, const wire::ChannelSet&
 MonitorReader::Result MonitorReader::next(wire::MonitorEvent& event, StopSignal& stop, int limitMs)
 {
     while (!decoder.next(event)) {
-        ssize_t count = ::recv(stream.get(), buffer.data(), buffer.size(), MSG_DONTWAIT);
+        if (std::exchange(hasBrought, false)) {
+            return Result::QUIET;
+        }
+        if (!isFinishing && stop.wait(stream.get(), limitMs)) {
+            // What has crossed the buses before the signal is still on its way.
+            ::shutdown(stream.get(), SHUT_WR);
+            isFinishing = true;
+        }
+        const ssize_t count = ::recv(stream.get(), buffer.data(), buffer.size(), isFinishing ? 0 : MSG_DONTWAIT);
         if (count < 0 && (errno == EAGAIN || errno == EINTR)) {
-            if (limitMs == 0) {
-                return Result::QUIET;
-            }
-            if (stop.wait(stream.get(), limitMs)) {
-                return Result::STOPPED;
-            }
-            count = ::recv(stream.get(), buffer.data(), buffer.size(), MSG_DONTWAIT);
-            if (count < 0 && (errno == EAGAIN || errno == EINTR)) {
-                return Result::QUIET;
-            }
-        } else if (stop.hasCome()) {
-            return Result::STOPPED;
+            return Result::QUIET;
         }
         if (count <= 0) {
-            return Result::ENDED;
+            return isFinishing ? Result::STOPPED : Result::ENDED;
         }
         decoder.feed(std::span(buffer).first(static_cast<size_t>(count)));
+        hasBrought = true;
     }
     event.frame.timestampUs += offsetUs;
     return Result::EVENT;

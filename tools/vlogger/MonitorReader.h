@@ -19,13 +19,14 @@ public:
     enum class Result
     {
         EVENT,
-        QUIET, ///< nothing more is there just now: a good moment to write out what has come
-        ENDED, ///< the virtual logger has gone
-        STOPPED,
+        QUIET,   ///< all that one read has brought is taken, or the limit is over: a good moment to write it out
+        ENDED,   ///< the virtual logger has gone
+        STOPPED, ///< the user has stopped it, and everything that crossed the buses until then is taken
     };
 
     /// Takes the next event, whose time is then that of the system.
-    /// @param limitMs  how long to wait before QUIET if nothing is there; -1: for ever
+    /// @param limitMs  how long to wait before QUIET if nothing is there; -1: for ever. No limit once the user has
+    ///                 stopped it: what waits comes at once, and a second signal ends the program.
     Result next(wire::MonitorEvent& event, StopSignal& stop, int limitMs);
 
 private:
@@ -33,6 +34,8 @@ private:
     uint64_t offsetUs;
     wire::MonitorDecoder decoder;
     std::vector<uint8_t> buffer;
+    bool hasBrought = false;  ///< events since the last QUIET
+    bool isFinishing = false; ///< the virtual logger is asked for what waits and the end
 };
 
 } // namespace tool

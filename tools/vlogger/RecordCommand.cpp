@@ -49,16 +49,14 @@ public:
         Progress progress("recording");
         while (doneSoFar() < 1) {
             wire::MonitorEvent event;
-            // What has come is written out before anything is waited for, so a kill loses the last frame at most.
-            auto result = monitor.next(event, stop, 0);
-            if (result == MonitorReader::Result::QUIET) {
-                file.flush();
-                result = monitor.next(event, stop, LOOK_MS);
-            }
+            const auto result = monitor.next(event, stop, LOOK_MS);
             progress.show(taken, hasEnd() ? doneSoFar() : -1);
             if (result == MonitorReader::Result::EVENT) {
                 take(event);
-            } else if (result != MonitorReader::Result::QUIET) {
+            } else if (result == MonitorReader::Result::QUIET) {
+                // After each read, however busy the buses are: a kill loses no more than the last one brought.
+                file.flush();
+            } else {
                 return result == MonitorReader::Result::STOPPED;
             }
         }

@@ -36,7 +36,7 @@ struct Options
 };
 
 /// In the child: becomes the program. Returns only if that fails.
-int execute(const std::vector<std::string>& program, const sigset_t& mask)
+int execute(const std::vector<std::string>& program, const StopSignal& stop, const sigset_t& mask)
 {
     std::vector<char*> arguments;
     arguments.reserve(program.size() + 1);
@@ -46,6 +46,7 @@ int execute(const std::vector<std::string>& program, const sigset_t& mask)
     arguments.push_back(nullptr);
     std::signal(SIGPIPE, SIG_DFL);
     std::signal(SIGXFSZ, SIG_DFL);
+    stop.restore();
     pthread_sigmask(SIG_SETMASK, &mask, nullptr);
     ::execvp(arguments.front(), arguments.data());
     const int reason = errno;
@@ -98,7 +99,7 @@ void summarise(const vlogger::VirtualLogger& logger, bool isJson)
 
 int run(const Options& options, const std::string& givenSocket)
 {
-    StopSignal stop;
+    StopSignal stop(StopSignal::Second::IS_IGNORED);
     const config::Configuration configuration = options.configuration.empty()
                                                     ? config::Configuration()
                                                     : config::readConfigurationFile(options.configuration);
@@ -110,13 +111,21 @@ int run(const Options& options, const std::string& givenSocket)
     vlogger::Bench bench(configuration, socket);
     ::setenv("VLOGGER", socket.c_str(), 1);
     // With its parent gone the program would talk to nobody; so it is a plain child, and we outlive it.
+    // Until it is the program it must not take a signal that is meant for it as ours.
+    sigset_t stops;
+    sigset_t before;
+    sigemptyset(&stops);
+    sigaddset(&stops, SIGINT);
+    sigaddset(&stops, SIGTERM);
+    pthread_sigmask(SIG_BLOCK, &stops, &before);
     const pid_t child = ::fork();
     if (child < 0) {
         throw std::system_error(errno, std::generic_category(), "fork");
     }
     if (child == 0) {
-        ::_exit(execute(options.program, stop.maskBefore()));
+        ::_exit(execute(options.program, stop, before));
     }
+    pthread_sigmask(SIG_SETMASK, &before, nullptr);
     const int exitCode = exitCodeOf(child, stop);
     if (!options.isQuiet) {
         summarise(bench.logger(), options.isJson);

@@ -32,7 +32,6 @@ std::string socketToServe(const Context& context)
 
 void serve(const Options& options, Context& context)
 {
-    // Before the first thread, so that no thread takes them.
     StopSignal stop;
     const config::Configuration configuration = options.configuration.empty()
                                                     ? config::Configuration()

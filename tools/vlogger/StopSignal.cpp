@@ -1,44 +1,88 @@
 #include "StopSignal.h"
 
 #include <poll.h>
-#include <sys/signalfd.h>
+#include <sys/eventfd.h>
 
+#include <atomic>
 #include <cerrno>
+#include <cstdint>
 #include <system_error>
+#include <unistd.h>
 
 namespace tool {
 
-StopSignal::StopSignal()
+namespace {
+
+// A handler reaches nothing but globals.
+std::atomic<int> event{-1};
+std::atomic<bool> come{false};
+std::atomic<bool> doesSecondKill{true};
+static_assert(std::atomic<int>::is_always_lock_free && std::atomic<bool>::is_always_lock_free);
+
+void setAction(void (*handler)(int))
 {
-    sigset_t stops;
-    sigemptyset(&stops);
-    sigaddset(&stops, SIGINT);
-    sigaddset(&stops, SIGTERM);
-    fd.reset(::signalfd(-1, &stops, SFD_CLOEXEC | SFD_NONBLOCK));
-    if (!fd) {
-        throw std::system_error(errno, std::generic_category(), "signalfd");
+    struct sigaction action
+    {
+    };
+    action.sa_handler = handler;
+    // Nothing that is under way fails; whoever waits for a signal polls.
+    action.sa_flags = SA_RESTART;
+    ::sigaction(SIGINT, &action, nullptr);
+    ::sigaction(SIGTERM, &action, nullptr);
+}
+
+void take(int)
+{
+    const int reason = errno;
+    if (doesSecondKill) {
+        setAction(SIG_DFL);
     }
-    pthread_sigmask(SIG_BLOCK, &stops, &before);
+    come = true;
+    const uint64_t one = 1;
+    [[maybe_unused]] const ssize_t written = ::write(event, &one, sizeof one);
+    errno = reason;
+}
+
+} // namespace
+
+StopSignal::StopSignal(Second second) : fd(::eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK))
+{
+    if (!fd) {
+        throw std::system_error(errno, std::generic_category(), "eventfd");
+    }
+    event = fd.get();
+    come = false;
+    doesSecondKill = second == Second::KILLS;
+    ::sigaction(SIGINT, nullptr, &interruptBefore);
+    ::sigaction(SIGTERM, nullptr, &terminateBefore);
+    setAction(take);
 }
 
 StopSignal::~StopSignal()
 {
-    pthread_sigmask(SIG_SETMASK, &before, nullptr);
+    restore();
 }
 
 bool StopSignal::wait(int other, int limitMs)
 {
-    if (come) {
-        return true;
+    if (!hasCome()) {
+        pollfd states[] = {{.fd = fd.get(), .events = POLLIN, .revents = 0},
+                           {.fd = other, .events = POLLIN, .revents = 0}};
+        while (::poll(states, 2, limitMs) < 0 && errno == EINTR && !hasCome()) {
+        }
     }
-    pollfd states[] = {{.fd = fd.get(), .events = POLLIN, .revents = 0},
-                       {.fd = other, .events = POLLIN, .revents = 0}};
-    if (::poll(states, 2, limitMs) > 0) {
-        // Taken out, or it would be delivered once the mask is restored.
-        signalfd_siginfo info;
-        come = ::read(fd.get(), &info, sizeof info) == sizeof info;
-    }
+    return hasCome();
+}
+
+bool StopSignal::hasCome() const
+{
     return come;
+}
+
+void StopSignal::restore() const
+{
+    ::sigaction(SIGINT, &interruptBefore, nullptr);
+    ::sigaction(SIGTERM, &terminateBefore, nullptr);
 }
 
 } // namespace tool

@@ -6,18 +6,24 @@
 
 namespace tool {
 
-/// SIGINT and SIGTERM as something that can be waited for. Blocks both, for threads started later too.
+/// SIGINT and SIGTERM as something that can be waited for. There is at most one at a time.
+///
+/// The first one is left to the command, which ends in its own way. From then on both have their usual effect again,
+/// so that a second one ends a command that cannot: one that waits for a pipe nobody reads, say.
 class StopSignal
 {
 public:
+    enum class Second
+    {
+        KILLS,
+        IS_IGNORED, ///< for a command that outlives what the first one ends
+    };
+
     /// @throws std::system_error if there is no descriptor left
-    StopSignal();
+    explicit StopSignal(Second second = Second::KILLS);
     ~StopSignal();
     StopSignal(const StopSignal&) = delete;
     StopSignal& operator=(const StopSignal&) = delete;
-
-    /// Ready for reading once one has come.
-    int descriptor() const { return fd.get(); }
 
     /// Waits until one comes or `other` is ready for reading.
     /// @param other    -1: none
@@ -26,15 +32,19 @@ public:
     bool wait(int other, int limitMs);
 
     /// True if one has come.
-    bool hasCome() { return wait(-1, 0); }
+    bool hasCome() const;
 
-    /// The mask before, for a program that is started.
-    const sigset_t& maskBefore() const { return before; }
+    /// Makes both what they were before, for a program that is started.
+    void restore() const;
 
 private:
-    sigset_t before{};
     wire::FileDescriptor fd;
-    bool come = false;
+    struct sigaction interruptBefore
+    {
+    };
+    struct sigaction terminateBefore
+    {
+    };
 };
 
 } // namespace tool

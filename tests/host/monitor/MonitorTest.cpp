@@ -34,6 +34,8 @@ public:
 
     int error() const { return errorNumber; }
     void close() { stream.reset(); }
+    /// Asks for what waits and the end.
+    void finish() { ::shutdown(stream.get(), SHUT_WR); }
 
     std::optional<wire::MonitorEvent> next()
     {
@@ -101,6 +103,28 @@ private:
     wire::FileDescriptor fd;
     int errorNumber = 0;
 };
+
+struct Seen
+{
+    uint64_t frames = 0;
+    uint64_t missed = 0;
+};
+
+/// Reads up to the first word of a loss.
+Seen readUntilLoss(Monitor& monitor)
+{
+    Seen seen;
+    while (seen.missed == 0) {
+        const auto event = monitor.next();
+        if (!event) {
+            ADD_FAILURE() << "the stream ends after " << seen.frames << " frames";
+            break;
+        }
+        seen.missed = event->dropped;
+        seen.frames += seen.missed == 0 ? 1U : 0U;
+    }
+    return seen;
+}
 
 wire::StageReport reportOf(VirtualLogger& logger)
 {
@@ -232,25 +256,58 @@ TEST(MonitorTest, MonitorThatTakesNothingIsToldHowMuchItHasMissed)
         ASSERT_TRUE(injector.send(loggerclient::frame(0, i, {}, 1)));
     }
     ASSERT_TRUE(injector.finish());
-    Injector last(logger);
-    uint64_t seen = 0;
-    uint64_t missed = 0;
-    // Frames go on until the monitor, which reads again now, is told.
-    std::thread sender([&] {
-        while (loggerclient::waitFor(last.get(), POLLOUT) != 0 &&
-               last.send(loggerclient::frame(0, FRAMES, {}, 1))) {
-        }
-    });
-    while (missed == 0) {
+    // No further frame: the reader hears of its loss as soon as there is room for it.
+    const Seen seen = readUntilLoss(sut);
+    EXPECT_GT(seen.frames, 100U);
+    EXPECT_EQ(seen.frames + seen.missed, FRAMES);
+}
+
+TEST(MonitorTest, MonitorThatTakesNothingAndFinishesIsToldHowMuchItHasMissed)
+{
+    constexpr uint32_t FRAMES = 30000;
+    VirtualLogger logger({.streamQueueBytes = 4096, .stallLimit = std::chrono::milliseconds(20)});
+    Monitor sut(logger, "1");
+    Injector injector(logger);
+    for (uint32_t i = 0; i < FRAMES; ++i) {
+        ASSERT_TRUE(injector.send(loggerclient::frame(0, i, {}, 1)));
+    }
+    ASSERT_TRUE(injector.finish());
+    sut.finish();
+    const Seen seen = readUntilLoss(sut);
+    EXPECT_EQ(seen.frames + seen.missed, FRAMES);
+    EXPECT_EQ(sut.nextText(), "nothing");
+}
+
+TEST(MonitorTest, MonitorThatFinishesGetsWhatWaitsAndTheEnd)
+{
+    constexpr uint32_t FRAMES = 20000;
+    VirtualLogger logger({});
+    Monitor sut(logger, "1");
+    Injector injector(logger);
+    for (uint32_t i = 0; i < FRAMES; ++i) {
+        ASSERT_TRUE(injector.send(loggerclient::frame(0, i, {}, 1)));
+    }
+    ASSERT_TRUE(injector.finish());
+    ASSERT_GT(reportOf(logger).stages.back().waiting, 0U);
+    sut.finish();
+    for (uint32_t i = 0; i < FRAMES; ++i) {
         const auto event = sut.next();
         ASSERT_TRUE(event);
-        missed = event->dropped;
-        seen += missed == 0 ? 1U : 0U;
+        ASSERT_EQ(event->frame.id, i);
     }
-    ::shutdown(last.get(), SHUT_RDWR);
-    sender.join();
-    EXPECT_GT(seen, 100U);
-    EXPECT_GE(seen + missed, FRAMES);
+    EXPECT_EQ(sut.nextText(), "nothing");
+}
+
+TEST(MonitorTest, MonitorThatHasFinishedHoldsNobodyBack)
+{
+    VirtualLogger logger({.streamQueueBytes = 4096});
+    Monitor sut(logger);
+    sut.finish();
+    Injector injector(logger);
+    for (uint32_t i = 0; i < 10000; ++i) {
+        ASSERT_TRUE(injector.send(loggerclient::frame(0, i % 0x7FF)));
+    }
+    EXPECT_TRUE(injector.finish());
 }
 
 TEST(MonitorTest, MonitorThatHasGoneHoldsNobodyBack)

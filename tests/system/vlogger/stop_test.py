@@ -1,0 +1,102 @@
+#!/usr/bin/env python3
+"""Ctrl-C and SIGTERM."""
+
+import os
+import signal
+import subprocess
+
+from bench import LIMIT_S, VLOGGER, Bench, generated_log, main
+
+FRAMES = 3000
+
+
+def is_caught(child, number):
+    """Whether the process has a handler for the signal."""
+    with open(f"/proc/{child.pid}/status", encoding="utf-8") as file:
+        caught = next(int(line.split()[1], 16) for line in file if line.startswith("SigCgt:"))
+    return bool(caught >> number - 1 & 1)
+
+
+class StopTest(Bench):
+    def replay_past(self, child):
+        """Sends frames on can0 while the process stands still, then stops it for good."""
+        child.send_signal(signal.SIGSTOP)
+        os.waitpid(child.pid, os.WUNTRACED)
+        self.run_tool("replay", self.write("in.log", generated_log(FRAMES)), "--map", "can2=0", "--map", "can4=0",
+                      "--speed", "max")
+        child.send_signal(signal.SIGINT)
+        child.send_signal(signal.SIGCONT)
+        return child.communicate(timeout=LIMIT_S)
+
+    def stop_twice(self, child):
+        """Two signals, the second one once the first one has arrived."""
+        while not is_caught(child, signal.SIGINT):
+            pass
+        child.send_signal(signal.SIGINT)
+        while is_caught(child, signal.SIGINT):
+            pass
+        child.send_signal(signal.SIGINT)
+        child.wait(LIMIT_S)
+        self.assertEqual(child.returncode, -signal.SIGINT)
+
+    def test_recording_has_every_frame_before_the_signal(self):
+        self.serve()
+        recorder = self.record(self.path("out.log"), "can0")
+        _, err = self.replay_past(recorder)
+        self.assertEqual(err, f"vlogger: {FRAMES} frames recorded\n")
+        self.assertEqual(recorder.returncode, 0)
+        self.assertEqual(len(self.read("out.log").splitlines()), FRAMES)
+
+    def test_dump_shows_every_frame_before_the_signal(self):
+        self.serve()
+        dump = self.start(VLOGGER, "dump", "can0")
+        while not self.stages("monitor"):
+            pass
+        out, _ = self.replay_past(dump)
+        self.assertEqual(dump.returncode, 0)
+        self.assertEqual(len(out.splitlines()), FRAMES)
+
+    def test_loss_before_the_signal_is_said(self):
+        self.serve("--config", self.write("bench.toml", "[queues]\nstream_bytes = 4096\nstall_limit_ms = 20\n"))
+        recorder = self.record(self.path("out.log"), "can0")
+        _, err = self.replay_past(recorder)
+        self.assertRegex(err, r"^vlogger: \d+ frames recorded, \d+ missed\n$")
+        self.assertEqual(sum(int(word) for word in err.split() if word.isdigit()), FRAMES)
+        self.assertEqual(recorder.returncode, 3)
+
+    def test_second_signal_kills_a_dump_that_nobody_reads(self):
+        self.serve()
+        dump = self.start(VLOGGER, "dump")
+        while not self.stages("monitor"):
+            pass
+        self.start(VLOGGER, "replay", self.write("in.log", generated_log(FRAMES)), "--loop", "0", "--speed", "max",
+                   stderr=subprocess.DEVNULL)
+        # More text than the pipe takes is under way then, and what is under way is shown first.
+        while self.stages("monitor")[0]["in"] < 10000:
+            pass
+        self.stop_twice(dump)
+
+    def test_second_signal_kills_a_recording_into_a_pipe_that_nobody_opens(self):
+        self.serve()
+        os.mkfifo(self.path("pipe"))
+        self.stop_twice(self.start(VLOGGER, "record", "--format", "log", self.path("pipe")))
+
+    def test_second_signal_kills_a_recording_of_a_virtual_logger_that_stands_still(self):
+        logger = self.serve()
+        recorder = self.record(self.path("out.log"))
+        logger.send_signal(signal.SIGSTOP)
+        self.stop_twice(recorder)
+        logger.send_signal(signal.SIGCONT)
+
+    def test_run_outlives_a_second_signal(self):
+        child = self.start(VLOGGER, "run", "-q", "--", "sh", "-c", "trap '' INT TERM; echo up; read line; exit 7")
+        self.await_line(child, "up")
+        self.assertTrue(is_caught(child, signal.SIGINT))
+        for number in (signal.SIGINT, signal.SIGTERM, signal.SIGINT):
+            child.send_signal(number)
+        child.communicate("done\n", timeout=LIMIT_S)
+        self.assertEqual(child.returncode, 7)
+
+
+if __name__ == "__main__":
+    main()
