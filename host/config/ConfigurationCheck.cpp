@@ -59,6 +59,12 @@ bool hasDevice(const wire::Board& board, FaultKind kind, std::string_view path)
     return (!writes && vlogger::board::canRead(board, path)) || (!reads && vlogger::board::canWrite(board, path));
 }
 
+/// TCP and UDP have ports of their own.
+bool isSameServer(const Peer& one, const Peer& other)
+{
+    return one.transport == other.transport && one.address == other.address && one.port == other.port;
+}
+
 void addSentences(std::vector<std::string>& sentences, const std::string& table,
                   const std::vector<WrongField>& wrongFields)
 {
@@ -155,17 +161,24 @@ std::vector<WrongField> check(const CyclicFrame& frame)
     return wrong;
 }
 
-std::vector<WrongField> check(const Peer& peer)
+std::vector<WrongField> check(const Peer& peer, std::span<const Peer> earlier)
 {
     std::vector<WrongField> wrong;
     if (peer.name.empty()) {
         wrong.push_back({"name", "a peer needs a name"});
+    } else if (std::ranges::find(earlier, peer.name, &Peer::name) != earlier.end()) {
+        // A fault would reach one of the two only.
+        wrong.push_back({"name", "there is a peer " + quoted(peer.name) + " already"});
     }
     if (!isIpv4(peer.address)) {
         wrong.push_back({"address", quoted(peer.address) + " is no IPv4 address"});
     }
     if (peer.port == 0) {
         wrong.push_back({"port", "a peer needs a port"});
+    } else if (const auto other =
+                   std::ranges::find_if(earlier, [&](const Peer& one) { return isSameServer(one, peer); });
+               other != earlier.end()) {
+        wrong.push_back({"port", "the peer " + quoted(other->name) + " has this address and port already"});
     }
     return wrong;
 }
@@ -209,7 +222,8 @@ std::vector<std::string> check(const Configuration& configuration)
         }
     }
     for (size_t i = 0; i < configuration.peers.size(); ++i) {
-        addSentences(sentences, numbered(PEER, i), check(configuration.peers[i]));
+        addSentences(sentences, numbered(PEER, i),
+                     check(configuration.peers[i], std::span(configuration.peers).first(i)));
     }
     for (size_t i = 0; i < configuration.faults.events.size(); ++i) {
         addSentences(sentences, std::string(FAULTS) + "." + numbered(EVENT, i),

@@ -2,6 +2,7 @@
 
 #include <config/Configuration.h>
 
+#include <span>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -22,7 +23,8 @@ std::vector<WrongField> check(const Node& node);
 /// @param owner  tells what answers are made of
 std::vector<WrongField> check(const Answer& answer, const Node& owner);
 std::vector<WrongField> check(const CyclicFrame& frame);
-std::vector<WrongField> check(const Peer& peer);
+/// @param earlier  the peers before it, which have taken their names and ports
+std::vector<WrongField> check(const Peer& peer, std::span<const Peer> earlier);
 
 /// @param whole  for the board and the names of its peers
 std::vector<WrongField> check(const FaultEvent& event, const Configuration& whole);

@@ -30,7 +30,10 @@ public:
         readTable(ADDRESSES, addressKeys(), configuration.addresses);
         readNodes();
         readTables(root, PEER, std::string(PEER), peerKeys(), {}, configuration.peers,
-                   [&](const toml::table& table, Peer& peer) { addWrong(table, check(peer)); });
+                   [&](const toml::table& table, Peer& peer) {
+                       addWrong(table,
+                                check(peer, std::span(configuration.peers).first(configuration.peers.size() - 1)));
+                   });
         readFaults();
         return std::move(configuration);
     }

@@ -372,6 +372,32 @@ TEST(ConfigurationTest, FaultOnTheTransmitPathOfACombinedBoardIsAccepted)
               "");
 }
 
+TEST(ConfigurationTest, SecondPeerOfAnAddressAndPortIsRefusedAtItsLine)
+{
+    const std::string first = "[[peer]]\nname = \"a\"\ntransport = \"tcp\"\nport = 5000\n";
+    const std::string second = "[[peer]]\nname = \"b\"\n";
+    EXPECT_EQ(mistakesIn(first + second + "transport = \"tcp\"\nport = 5000\n"),
+              "bench.toml:8:8: the peer \"a\" has this address and port already");
+    EXPECT_EQ(mistakesIn(first + second + "transport = \"udp\"\nport = 5000\n"), "");
+    EXPECT_EQ(mistakesIn(first + second + "transport = \"tcp\"\nport = 5001\n"), "");
+    EXPECT_EQ(mistakesIn(first + second + "transport = \"tcp\"\nport = 5000\naddress = \"127.0.0.2\"\n"), "");
+}
+
+TEST(ConfigurationTest, SecondPeerOfANameIsRefusedAtItsLine)
+{
+    EXPECT_EQ(mistakesIn("[[peer]]\nname = \"a\"\nport = 5000\n[[peer]]\nname = \"a\"\nport = 5001\n"),
+              "bench.toml:5:8: there is a peer \"a\" already");
+}
+
+TEST(ConfigurationTest, SecondPeerOfAProgramIsRefused)
+{
+    Configuration made;
+    made.peers.assign(2, {.name = "a", .port = 5000});
+    EXPECT_EQ(check(made), (std::vector<std::string>{"peer[1].name: there is a peer \"a\" already",
+                                                     "peer[1].port: the peer \"a\" has this address and port "
+                                                     "already"}));
+}
+
 TEST(ConfigurationTest, RecordOfAProgramIsCheckedWithTheSameSentences)
 {
     Configuration made;
