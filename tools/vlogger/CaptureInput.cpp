@@ -16,11 +16,16 @@ constexpr uint64_t COMPLAINTS_MAX = 10;
 
 } // namespace
 
-CaptureInput::CaptureInput(const std::string& path) : name(path), stream(&file)
+CaptureInput::CaptureInput(const std::string& path, StopSignal* stopSignal)
+    : name(path), stop(stopSignal), stream(&file)
 {
     if (path == "-") {
         name = "standard input";
         stream = &std::cin;
+        if (stop != nullptr) {
+            stoppable.rdbuf(&standardInput.emplace(*stop));
+            stream = &stoppable;
+        }
     } else {
         file.open(path, std::ios::binary);
         // A directory can be opened, which shows only when it is read.
@@ -38,8 +43,12 @@ bool CaptureInput::next(capture::CaptureFrame& frame)
 {
     while (true) {
         try {
-            return reader->next(frame);
+            return reader->next(frame) && !isStopped();
         } catch (const capture::CaptureError& error) {
+            // What the user has cut off is no mistake of the capture.
+            if (isStopped()) {
+                return false;
+            }
             if (stream->bad()) {
                 throw std::runtime_error(name + ": " + error.what());
             }
@@ -49,6 +58,11 @@ bool CaptureInput::next(capture::CaptureFrame& frame)
             }
         }
     }
+}
+
+bool CaptureInput::isStopped() const
+{
+    return stop != nullptr && stop->hasCome();
 }
 
 void CaptureInput::complain(const std::string& text)

@@ -1,10 +1,14 @@
 #pragma once
 
+#include "StandardInput.h"
+
 #include <capture/CaptureReader.h>
 
 #include <cstdint>
 #include <fstream>
+#include <istream>
 #include <memory>
+#include <optional>
 #include <string>
 
 namespace tool {
@@ -16,9 +20,11 @@ class CaptureInput
 public:
     /// @param path  "-": standard input
     /// @throws std::system_error if the file cannot be opened
-    explicit CaptureInput(const std::string& path);
+    /// @param stopSignal  ends the capture once it has come, also while standard input brings nothing; nullptr:
+    ///                    nothing ends it early. Outlives this.
+    explicit CaptureInput(const std::string& path, StopSignal* stopSignal = nullptr);
 
-    /// @return false at the end
+    /// @return false at the end, or once the user has stopped it
     /// @throws std::runtime_error if the file cannot be read any further
     bool next(capture::CaptureFrame& frame);
 
@@ -29,10 +35,14 @@ public:
     void remark() const;
 
 private:
+    bool isStopped() const;
     void complain(const std::string& text);
 
     std::string name;
     std::ifstream file;
+    StopSignal* stop;
+    std::optional<StandardInput> standardInput;
+    std::istream stoppable{nullptr};
     std::istream* stream;
     std::unique_ptr<capture::CaptureReader> reader;
     double sizeBytes = 0;

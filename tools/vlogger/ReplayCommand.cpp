@@ -40,8 +40,6 @@ struct Options
 constexpr std::chrono::milliseconds LOOK{100};
 /// Longer ones are, so that the terminal shows how far the work has come.
 constexpr std::chrono::milliseconds LOOK_MAX{500};
-/// Frames between two looks at the stop signal where nothing is waited for: one less than a power of two.
-constexpr uint64_t UNPACED_LOOK_MASK = 0x3F;
 constexpr double US_PER_SECOND = 1e6;
 
 std::chrono::nanoseconds now()
@@ -96,7 +94,7 @@ public:
     /// @return false if the user has stopped it
     bool playOnce(StopSignal& stop)
     {
-        CaptureInput input(options.file);
+        CaptureInput input(options.file, &stop);
         const bool isWhole = play(input, stop);
         input.remark();
         unreadable += input.unreadable();
@@ -133,10 +131,7 @@ private:
         const ReplaySchedule schedule(now(), speed);
         std::optional<uint64_t> beginUs;
         capture::CaptureFrame frame;
-        for (uint64_t read = 0; input.next(frame); ++read) {
-            if ((read & UNPACED_LOOK_MASK) == 0 && stop.hasCome()) {
-                return false;
-            }
+        while (input.next(frame)) {
             beginUs = beginUs.value_or(frame.frame.timestampUs);
             const uint64_t placeUs = frame.frame.timestampUs - std::min(*beginUs, frame.frame.timestampUs);
             if (placeUs < fromUs || placeUs > toUs) {
@@ -154,7 +149,7 @@ private:
             send(frame.frame);
             lateness.add(now() - due);
         }
-        return true;
+        return !stop.hasCome();
     }
 
     void send(const capture::CandumpFrame& frame)

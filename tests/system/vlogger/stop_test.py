@@ -1,9 +1,12 @@
 #!/usr/bin/env python3
 """Ctrl-C and SIGTERM."""
 
+import fcntl
 import os
 import signal
 import subprocess
+import sys
+import termios
 
 from bench import LIMIT_S, VLOGGER, Bench, generated_log, main
 
@@ -15,6 +18,11 @@ def is_caught(child, number):
     with open(f"/proc/{child.pid}/status", encoding="utf-8") as file:
         caught = next(int(line.split()[1], 16) for line in file if line.startswith("SigCgt:"))
     return bool(caught >> number - 1 & 1)
+
+
+def bytes_waiting(pipe):
+    """What a pipe's reader has not taken yet."""
+    return int.from_bytes(fcntl.ioctl(pipe, termios.FIONREAD, bytes(4)), sys.byteorder)
 
 
 class StopTest(Bench):
@@ -87,6 +95,36 @@ class StopTest(Bench):
         logger.send_signal(signal.SIGSTOP)
         self.stop_twice(recorder)
         logger.send_signal(signal.SIGCONT)
+
+    def test_replay_of_an_idle_standard_input_ends_with_what_came(self):
+        self.serve()
+        for begin in ("", "(1.000000) can0 123#AA\n(1.0000"):
+            recorder = self.record("-", "--format", "log", "can0", "-n", "1")
+            replay = self.start(VLOGGER, "replay", "-")
+            replay.stdin.write(begin)
+            replay.stdin.flush()
+            if begin:
+                self.assertIn("123#AA", recorder.stdout.readline())
+            while not is_caught(replay, signal.SIGINT):
+                pass
+            replay.send_signal(signal.SIGINT)
+            replay.wait(LIMIT_S)
+            self.assertEqual(replay.returncode, 0)
+            self.assertTrue(replay.stderr.readline().startswith(f"vlogger: {begin.count('#')} frames sent in "))
+            self.assertNotIn("cannot", replay.stderr.read())
+
+    def test_capture_that_comes_byte_by_byte_is_replayed(self):
+        self.serve()
+        self.run_tool("convert", self.write("in.log", "(1.000000) can0 123#AA\n"), self.path("in.pcapng"))
+        replay = self.start(VLOGGER, "replay", "-")
+        with open(self.path("in.pcapng"), "rb") as file:
+            for byte in file.read():
+                os.write(replay.stdin.fileno(), bytes((byte,)))
+                while bytes_waiting(replay.stdin):
+                    pass
+        _, err = replay.communicate(timeout=LIMIT_S)
+        self.assertEqual(replay.returncode, 0, err)
+        self.assertTrue(err.startswith("vlogger: 1 frames sent in "), err)
 
     def test_run_outlives_a_second_signal(self):
         child = self.start(VLOGGER, "run", "-q", "--", "sh", "-c", "trap '' INT TERM; echo up; read line; exit 7")
