@@ -1,26 +1,53 @@
 #!/usr/bin/env python3
 """Any party of a bench is killed."""
 
+import signal
+
 from bench import LIMIT_S, VLOGGER, Bench, generated_log, main
 
 
 class KillTest(Bench):
+    def crossed(self, buses):
+        """Frames that have crossed this bus, "can0 can1"."""
+        return sum(bus["in"] for bus in self.stages("bus") if bus["name"] == buses)
+
     def test_killed_clients_leave_nothing_behind(self):
         self.serve()
         log = self.write("in.log", generated_log(3000))
-        parties = (lambda: self.receiver(1, 0x123, 10 ** 9), lambda: self.sender(8, 0x123, 10 ** 9),
-                   lambda: self.start(VLOGGER, "dump"), lambda: self.record(self.path("out.pcapng")),
-                   lambda: self.start(VLOGGER, "replay", log, "--loop", "0", "--speed", "max"))
-        for begin in parties:
+        # Each with the sign that it takes part by now.
+        parties = ((lambda: self.receiver(1, 0x123, 10 ** 9), lambda: self.stages("stream")),
+                   (lambda: self.sender(8, 0x123, 10 ** 9), lambda: self.crossed("can8 can9")),
+                   (lambda: self.start(VLOGGER, "dump"), lambda: self.stages("monitor")),
+                   (lambda: self.record(self.path("out.pcapng")), lambda: self.stages("monitor")),
+                   (lambda: self.start(VLOGGER, "replay", log, "--map", "can0=10", "--loop", "0", "--speed", "max"),
+                    lambda: self.crossed("can10 can11")))
+        for begin, takes_part in parties:
             child = begin()
+            while not takes_part():
+                pass
+            before = self.crossed("can0 can1")
             busy = self.start(VLOGGER, "replay", log, "--loop", "20", "--speed", "max")
+            while self.crossed("can0 can1") == before:
+                pass
             child.kill()
-            child.wait()
+            self.assertEqual(child.wait(), -signal.SIGKILL)
             _, err = busy.communicate(timeout=LIMIT_S)
             self.assertEqual(busy.returncode, 0, err)
             while self.stages("monitor") or self.stages("stream"):
                 pass
         self.run_tool("convert", self.path("out.pcapng"), self.path("out.log"))
+
+    def test_receiver_has_the_frames_that_a_killed_replay_had_sent(self):
+        frames = 1000
+        self.serve()
+        receiver = self.receiver(1, 0x7FF, frames)
+        log = self.write("in.log", "(1.000000) can0 7FF#AA\n" * 100)
+        replay = self.start(VLOGGER, "replay", log, "--loop", "0", "--speed", "max")
+        while self.crossed("can0 can1") < frames:
+            pass
+        replay.kill()
+        self.await_line(receiver, "done")
+        self.assertEqual(receiver.wait(LIMIT_S), 0)
 
     def test_recording_has_what_came_before_the_virtual_logger_was_killed(self):
         logger = self.serve()
@@ -51,6 +78,8 @@ class KillTest(Bench):
         logger = self.serve()
         receiver = self.receiver(1, 0x123, 10 ** 9)
         sender = self.sender(0, 0x123, 10 ** 9)
+        while not self.crossed("can0 can1"):
+            pass
         logger.kill()
         logger.wait()
         self.assertEqual(sender.wait(LIMIT_S), 1, "a failed send is told to the application and no signal")
