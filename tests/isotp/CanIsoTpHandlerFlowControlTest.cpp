@@ -20,6 +20,8 @@ std::vector<int> sequenceNumbers(const Frames& frames)
 class CanIsoTpHandlerFlowControlTest : public IsoTpTest
 {
 protected:
+    CanIsoTpHandlerFlowControlTest() { SleepCalls::instance().sleeps.clear(); }
+
     /// First frame and `count` consecutive frames are due.
     void beginTransfer(size_t count)
     {

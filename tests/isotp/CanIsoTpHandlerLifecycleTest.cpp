@@ -27,6 +27,13 @@ namespace {
 class CanIsoTpHandlerLifecycleTest : public testing::Test
 {
 protected:
+    CanIsoTpHandlerLifecycleTest()
+    {
+        bus.reset();
+        FakeTransmitter::instance().reset();
+        PipeCalls::instance().reset();
+    }
+
     static std::unique_ptr<Handler> make(cantype_t rxType = CAN_STANDARD, uint32_t rxId = 2024,
                                          const std::string& ownName = "diag")
     {

@@ -12,6 +12,8 @@ const IsoTpEvent TX_FAILED = errorEvent(7, "error while processing data to send"
 class CanIsoTpHandlerSendTest : public IsoTpTest
 {
 protected:
+    CanIsoTpHandlerSendTest() { SleepCalls::instance().sleeps.clear(); }
+
     void useExtendedAddressing()
     {
         sut.extAddressLength = 1;

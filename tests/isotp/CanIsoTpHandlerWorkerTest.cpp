@@ -425,6 +425,8 @@ TEST_F(CanIsoTpHandlerTimeoutTest, TimeoutWhileDeliveringIsNone)
 /// The clock of the machine.
 TEST(CanIsoTpHandlerRealTimeTest, MissingFlowControlAbortsAfterOneSecond)
 {
+    FakeTransmitter::instance().reset();
+    PipeCalls::instance().reset();
     RecordingIsoTpCallback callback;
     Handler sut("TraceLogger", "Diagnostic", CHANNEL, RX_ID, CAN_STANDARD, TX_ID, CAN_STANDARD);
     sut.setCallback(callback);

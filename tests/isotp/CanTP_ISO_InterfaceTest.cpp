@@ -41,7 +41,13 @@ public:
 class CanTP_ISO_InterfaceTest : public testing::Test
 {
 protected:
-    CanTP_ISO_InterfaceTest() { sut->callbacks.insert(&callback); }
+    CanTP_ISO_InterfaceTest()
+    {
+        bus.reset();
+        transmitter.reset();
+        sut = std::make_unique<CanTP_ISO_Interface>(uint8_t{3}, std::vector<unsigned int>{0x7E8, 0x7E9}, 0x7E0U);
+        sut->callbacks.insert(&callback);
+    }
 
     Handler& handler() { return *(*sut.*reveal(OwnHandler{})); }
     int send(const Bytes& payload, uint32_t id = 0x7E1) { return sut->send(id, payload.data(), payload.size()); }
@@ -62,8 +68,7 @@ protected:
     FakeBus& bus = FakeBus::instance();
     FakeTransmitter& transmitter = FakeTransmitter::instance();
     RecordingInterfaceCallback callback;
-    std::unique_ptr<CanTP_ISO_Interface> sut =
-        std::make_unique<CanTP_ISO_Interface>(uint8_t{3}, std::vector<unsigned int>{0x7E8, 0x7E9}, 0x7E0U);
+    std::unique_ptr<CanTP_ISO_Interface> sut;
 };
 
 TEST_F(CanTP_ISO_InterfaceTest, FirstIdentifierIsReceivedAndTheDefaultSent)

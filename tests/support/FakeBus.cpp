@@ -72,10 +72,12 @@ std::vector<FakeBus::Sent> FakeBus::sent() const
     return messages;
 }
 
-void FakeBus::forgetSent()
+void FakeBus::reset()
 {
     const std::lock_guard lock(mutex);
     messages.clear();
+    acceptsMessages = true;
+    onCall = nullptr;
 }
 
 bool FakeBus::add(VQPBusProxyCallback& callback)

@@ -31,7 +31,8 @@ public:
     bool has(const VQPBusProxyCallback& callback) const;
     size_t callbackCount() const;
     std::vector<Sent> sent() const;
-    void forgetSent();
+    /// Forgets what the test before left, except callbacks.
+    void reset();
 
     bool acceptsMessages = true;
     std::function<void(const std::string& operation)> onCall; ///< may throw; called first in every operation
