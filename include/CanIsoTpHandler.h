@@ -218,11 +218,13 @@ public:
     void abortProcessing(errorCode_t err);
 
     /// Waits, however long, until the queue is empty, sent or aborted, then ends the worker and joins it. A worker
-    /// that has ended already is joined at once; what it left in the queue stays there.
+    /// that has ended already is joined at once; what it left in the queue stays there. Only stop() may join a
+    /// worker: after a join() of the owner's the next stop() may not wait for the queue.
     ///
     /// @return 0; -1 if there was no worker to join (never started, or stopped before). Nothing waits then, and the
     ///         command to end stays for the worker that is started next: it sends what was queued before the
-    ///         command, as far as no flow control is due, and ends
+    ///         command, as far as no flow control is due, and ends. Only if the pipe is full, this takes one second
+    ///         and aborts with ERR_PUSH_FAILED; the worker that is started next ends at its first command
     ///
     /// Threads: the owner's; never from a callback.
     int stop();

@@ -108,9 +108,9 @@ TEST_F(TraceLoggerPeerTest, EachConnectionGetsAFrameOnceHoweverManyRegistrations
     auto process = client("diag");
     auto other = client("other");
     auto from = writer();
-    registerFor(process, "1 1 1 2024 diag");
-    registerFor(process, "1 1 1 2024 diag");
     registerFor(process, "1 2 1 2024 diag");
+    registerFor(process, "1 1 1 2024 diag");
+    registerFor(process, "1 1 1 2024 diag");
     registerFor(other, "1 1 1 2024 diag");
     ASSERT_EQ(from.write(frame(0, 2024)), 0);
     EXPECT_EQ(process.next()->frame()->channel, 1);
