@@ -166,6 +166,20 @@ TEST_F(IsoTpNodeFaultTest, SilentNodeIsNotNoticedByASingleFrame)
     EXPECT_EQ(output.err(), "");
 }
 
+TEST_F(IsoTpNodeFaultTest, FrameAboveEightBytesIsReportedAndTheBusThreadGoesOn)
+{
+    CapturedOutput output;
+    startWith(IsoTpFault::NONE);
+    expectUsable(); // the registration is in force
+
+    logger->sendFromNode({.channel = 0, .id = ANSWER_ID, .lengthBytes = 12});
+    ASSERT_TRUE(tester->send(message));
+
+    EXPECT_TRUE(tester->awaitMessage(message, 2));
+    EXPECT_EQ(transfersOf(*tester), (std::vector{messageEvent({1, 2, 3}), messageEvent(message)}));
+    EXPECT_EQ(output.err(), "[ERROR] process bus: exception out of a callback: CANTraceMessageBase too long\n");
+}
+
 TEST_F(IsoTpNodeFaultTest, FailingWriteAbortsTheTransferAndTheNextSucceeds)
 {
     CapturedOutput output;
