@@ -8,6 +8,7 @@
 
 #include <exception>
 #include <iostream>
+#include <system_error>
 
 namespace {
 
@@ -40,27 +41,56 @@ private:
     CanIsoTpHandler& other;
 };
 
+/// A handler must not be destroyed while its worker runs: this one is stopped, whatever is thrown.
+class RunningWorker
+{
+public:
+    explicit RunningWorker(CanIsoTpHandler& ownHandler) : handler(ownHandler)
+    {
+        if (const int error = handler.start()) {
+            throw std::system_error(error, std::generic_category(), "cannot start a worker");
+        }
+    }
+    ~RunningWorker() { handler.stop(); }
+    RunningWorker(const RunningWorker&) = delete;
+    RunningWorker& operator=(const RunningWorker&) = delete;
+
+private:
+    CanIsoTpHandler& handler;
+};
+
+/// A callback must not be destroyed while a handler calls it: this one is removed, whatever is thrown.
+class Subscription
+{
+public:
+    Subscription(CanIsoTpHandler& from, CanIsoTpHandlerCallback& to) : handler(from), callback(to)
+    {
+        handler.setCallback(callback);
+    }
+    ~Subscription() { handler.removeCallback(callback); }
+    Subscription(const Subscription&) = delete;
+    Subscription& operator=(const Subscription&) = delete;
+
+private:
+    CanIsoTpHandler& handler;
+    CanIsoTpHandlerCallback& callback;
+};
+
 void run(const StopSignal& stop)
 {
     CanIsoTpHandler testerSide("TraceLogger", "Diagnostic", TESTER_CHANNEL, REQUEST_ID, CAN_STANDARD, ANSWER_ID,
                                CAN_STANDARD);
     CanIsoTpHandler ecuSide("TraceLogger", "Diagnostic", ECU_CHANNEL, ANSWER_ID, CAN_STANDARD, REQUEST_ID,
                             CAN_STANDARD);
-    {
-        Forwarder forwarder; // ends before the handlers do
-        Passage requests("tester", forwarder, ecuSide);
-        Passage answers("ecu", forwarder, testerSide);
-        testerSide.setCallback(requests);
-        ecuSide.setCallback(answers);
-        testerSide.start();
-        ecuSide.start();
-        std::cout << "gateway: ready" << std::endl;
-        stop.wait();
-        testerSide.removeCallback(requests);
-        ecuSide.removeCallback(answers);
-    }
-    testerSide.stop();
-    ecuSide.stop();
+    const RunningWorker testerWorker(testerSide);
+    const RunningWorker ecuWorker(ecuSide);
+    Forwarder forwarder; // ends before the handlers do
+    Passage requests("tester", forwarder, ecuSide);
+    Passage answers("ecu", forwarder, testerSide);
+    const Subscription fromTester(testerSide, requests);
+    const Subscription fromEcu(ecuSide, answers);
+    std::cout << "gateway: ready" << std::endl;
+    stop.wait();
 }
 
 } // namespace
