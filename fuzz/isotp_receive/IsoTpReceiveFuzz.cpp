@@ -123,7 +123,7 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size)
         carryOutCommands(handler);
         compare(handler, callback, model);
     }
-    FakeBus::instance().forgetSent(); // what stays allocated looks like a leak and costs a search for it
+    FakeBus::instance().reset(); // what stays allocated looks like a leak and costs a search for it
     std::cout.clear();
     std::cerr.clear();
     return 0;
