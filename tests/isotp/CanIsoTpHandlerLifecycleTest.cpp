@@ -252,9 +252,9 @@ TEST_F(CanIsoTpHandlerLifecycleTest, DestructionWhoseRemovalFailsClosesThePipe)
     const size_t before = openDescriptors();
     auto sut = make();
     bool removed = false;
-    bus.onCall = [&](const std::string&) {
+    bus.onCall = [this, &removed, &handler = *sut](const std::string&) {
         if (!std::exchange(removed, true)) {
-            bus.remove(*sut);
+            bus.remove(handler);
             throw std::runtime_error("no bus");
         }
     };

@@ -2,6 +2,7 @@
 
 #include <gtest/gtest.h>
 #include <support/CapturedOutput.h>
+#include <support/Sanitizer.h>
 #include <support/Waiting.h>
 
 #include <pthread.h>
@@ -224,6 +225,9 @@ TEST_F(VQPBusProxyConnectionTest, BusThreadThatDidNotStartIsStartedByTheNextCall
 
 TEST_F(VQPBusProxyConnectionTest, ForkedChildHasNoPlaceOnTheBusAndEndsAtOnce)
 {
+    if (ADDRESS_SANITIZER) {
+        GTEST_SKIP() << "the leak check at the child's exit takes what the parent's threads hold for lost";
+    }
     startBus();
     std::promise<void> entered;
     std::promise<void> mayLeave;
