@@ -2,6 +2,7 @@
 #include <can/FrameRecord.h>
 #include <support/FakeOffsets.h>
 #include <support/FakeTrace.h>
+#include <support/LogLock.h>
 #include <support/PselectSpy.h>
 #include <support/RecordingReceiver.h>
 #include <support/ThreadCalls.h>
@@ -346,6 +347,21 @@ TEST_F(MsgRxHandlerThreadTest, FailingWaitIsLoggedAndTheThreadGoesOn)
                                      "[INFO] MsgRxHandler::threadCode() Exit thread, close devices\n"
                                      "[DEBUG] MsgRxHandler::threadCode() Exit thread.\n");
     EXPECT_EQ(output->err(), "");
+}
+
+TEST_F(MsgRxHandlerThreadTest, FailingWaitIsLoggedWithItsOwnErrorWhateverTheLogLockLeaves)
+{
+    listenOn(0);
+    pselectspy::failNext(EBADF);
+    loglock::leaveErrno(EPERM);
+    goOnline();
+    ASSERT_TRUE(pselectspy::waitForTotal(2));
+    loglock::leaveErrno(0);
+    sut().setOffline();
+    EXPECT_EQ(linesOf("threadCode"), "[DEBUG] MsgRxHandler::threadCode() Start thread.\n"
+                                     "[ERROR] MsgRxHandler::threadCode() pselect: Bad file descriptor\n"
+                                     "[INFO] MsgRxHandler::threadCode() Exit thread, close devices\n"
+                                     "[DEBUG] MsgRxHandler::threadCode() Exit thread.\n");
 }
 
 TEST_F(MsgRxHandlerThreadTest, InterruptedWaitIsLoggedLikeAnyOther)
