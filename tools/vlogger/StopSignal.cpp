@@ -19,14 +19,14 @@ std::atomic<bool> come{false};
 std::atomic<bool> doesSecondKill{true};
 static_assert(std::atomic<int>::is_always_lock_free && std::atomic<bool>::is_always_lock_free);
 
-void setAction(void (*handler)(int))
+void setAction(void (*handler)(int), int flags)
 {
     struct sigaction action
     {
     };
     action.sa_handler = handler;
     // Nothing that is under way fails; whoever waits for a signal polls.
-    action.sa_flags = SA_RESTART;
+    action.sa_flags = SA_RESTART | flags;
     ::sigaction(SIGINT, &action, nullptr);
     ::sigaction(SIGTERM, &action, nullptr);
 }
@@ -35,7 +35,7 @@ void take(int)
 {
     const int reason = errno;
     if (doesSecondKill) {
-        setAction(SIG_DFL);
+        setAction(SIG_DFL, 0);
     }
     come = true;
     const uint64_t one = 1;
@@ -55,7 +55,8 @@ StopSignal::StopSignal(Second second) : fd(::eventfd(0, EFD_CLOEXEC | EFD_NONBLO
     doesSecondKill = second == Second::KILLS;
     ::sigaction(SIGINT, nullptr, &interruptBefore);
     ::sigaction(SIGTERM, nullptr, &terminateBefore);
-    setAction(take);
+    // The system itself takes the handler away at the first signal: a second one kills even if the handler is late.
+    setAction(take, doesSecondKill ? static_cast<int>(SA_RESETHAND) : 0);
 }
 
 StopSignal::~StopSignal()
