@@ -1,17 +1,19 @@
 #include "LibraryLines.h"
 
 #include <cerrno>
+#include <cstdio>
 #include <cstring>
-#include <fstream>
+#include <ext/stdio_sync_filebuf.h>
 #include <iostream>
-#include <memory>
 #include <stdexcept>
 
 void moveLibraryLines(const std::string& file)
 {
-    auto buffer = std::make_unique<std::filebuf>();
-    if (buffer->open(file, std::ios::out | std::ios::trunc) == nullptr) {
+    std::FILE* const stream = std::fopen(file.c_str(), "w"); // never closed: the library may write until the end
+    if (stream == nullptr) {
         throw std::runtime_error("cannot write " + file + ": " + std::strerror(errno));
     }
-    std::cout.rdbuf(buffer.release()); // never destroyed: the library may write until the process ends
+    // Of the kind that standard output has itself: several threads may write, which a plain file buffer forbids.
+    static __gnu_cxx::stdio_sync_filebuf<char>& buffer = *new __gnu_cxx::stdio_sync_filebuf<char>(stream);
+    std::cout.rdbuf(&buffer);
 }

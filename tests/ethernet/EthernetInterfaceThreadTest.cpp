@@ -290,6 +290,7 @@ TEST_F(EthernetInterfaceThreadTest, ConcurrentDatagramConnectsDisconnectsAndSend
 
 TEST_F(EthernetInterfaceThreadTest, DestructionOfADisconnectedObjectStopsItsThread)
 {
+    std::thread([] {}).join(); // with the first thread a sanitizer starts one of its own, which stays
     const size_t threads = processresources::threads();
     connectTo(udp(ScriptedUdpServer(Script::SINK).port()));
     ASSERT_TRUE(sut->disconnect());
@@ -301,7 +302,7 @@ TEST_F(EthernetInterfaceThreadTest, DestructionOfADisconnectedObjectStopsItsThre
                      "[INFO] ETH[127.0.0.2:PORT]::threadCode() Exit RX thread.",
                      "[INFO] ETH[127.0.0.2:PORT]::disconnect() Already disconnected.", "{removeIP eth1}"}));
     EXPECT_THAT(callback.statuses.all(), ElementsAre(1, 2));
-    EXPECT_EQ(processresources::settledThreads(threads), threads);
+    EXPECT_LE(processresources::settledThreads(threads), threads);
 }
 
 TEST_F(EthernetInterfaceThreadTest, CallbackDuringDestructionCannotReconnect)
