@@ -1,10 +1,10 @@
 #pragma once
 
+#include <support/SecondThread.h>
+
 #include <cstdlib>
-#include <future>
 #include <iostream>
 #include <streambuf>
-#include <thread>
 
 /// What the benchmarks' processes have in common.
 namespace bench {
@@ -30,24 +30,9 @@ private:
     std::streambuf* const before;
 };
 
-/// Keeps a second thread in the process. Locks and reference counts cost less in a process that never had one, and
-/// no real application is like that.
-class SecondThread
-{
-public:
-    SecondThread() : thread([this] { end.get_future().wait(); }) {}
-    ~SecondThread()
-    {
-        end.set_value();
-        thread.join();
-    }
-    SecondThread(const SecondThread&) = delete;
-    SecondThread& operator=(const SecondThread&) = delete;
-
-private:
-    std::promise<void> end;
-    std::thread thread;
-};
+/// Locks and reference counts cost less in a process that never had a second thread, and no real application is like
+/// that.
+using ::SecondThread;
 
 /// The board comes from a logger inside the process, whatever runs on this machine.
 inline void useOwnLogger()
