@@ -2,7 +2,6 @@
 
 #include <config/ConfigurationCheck.h>
 #include <config/ConfigurationTable.h>
-#include <config/StrayLetter.h>
 #include <config/TableReader.h>
 
 #include <algorithm>
@@ -121,9 +120,6 @@ private:
 
 Configuration readConfiguration(std::string_view text, const std::string& name)
 {
-    if (const auto stray = strayLetter(text)) {
-        throw ConfigurationError(name, {*stray});
-    }
     toml::table parsed;
     try {
         parsed = toml::parse(text);

@@ -3,10 +3,7 @@
 #include <config/ConfigurationError.h>
 #include <config/ConfigurationKey.h>
 #include <config/NearestName.h>
-
-#define TOML_HEADER_ONLY 1
-#define TOML_ENABLE_FORMATTERS 0
-#include <toml++/toml.h>
+#include <config/Toml.h>
 
 #include <algorithm>
 #include <span>

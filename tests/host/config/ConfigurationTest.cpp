@@ -8,6 +8,7 @@
 
 #include <support/TemporaryDirectory.h>
 
+#include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
 #include <array>
@@ -352,10 +353,20 @@ TEST(ConfigurationTest, TextThatIsNoTomlIsNamedWithItsPlace)
     EXPECT_EQ(mistake.find('\n'), std::string::npos) << mistake;
 }
 
-TEST(ConfigurationTest, LetterBeyondAsciiBehindANumberIsNamedWithItsPlace)
+TEST(ConfigurationTest, LettersBeyondAsciiWhereTomlHasNoPlaceForThemAreNamedWithTheirPlace)
 {
-    EXPECT_EQ(mistakesIn("[board]\ntype = 1\u00e4\n"),
-              "bench.toml:2:9: letters beyond ASCII stand only in quotes and comments");
+    const std::vector<std::pair<std::string, std::string>> cases{
+        {"[board]\ntype = 1\u00e4\n", "bench.toml:2:"},
+        {"[board]\ntype = 7\"T\u00fcr\"\n", "bench.toml:2:"},
+        {"[wiring]\nbuses = [[1\u20ac]]\n", "bench.toml:2:"},
+        {"[[node]]\nname = \"\"\"a\\\u00e4\"\"\"\n", "bench.toml:2:"},
+        {"\u00e4 = 1\n", "bench.toml:1:1: "},
+    };
+    for (const auto& [text, place] : cases) {
+        const std::string mistake = mistakesIn(text);
+        EXPECT_THAT(mistake, testing::StartsWith(place)) << text;
+        EXPECT_EQ(mistake.find('\n'), std::string::npos) << mistake;
+    }
 }
 
 TEST(ConfigurationTest, LettersBeyondAsciiInAStringAreKept)
