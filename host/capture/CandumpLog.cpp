@@ -1,7 +1,8 @@
 #include <capture/CandumpLog.h>
 
+#include <capture/NumberText.h>
+
 #include <algorithm>
-#include <charconv>
 #include <limits>
 #include <optional>
 
@@ -36,19 +37,6 @@ std::string_view takeField(std::string_view& line)
     return field;
 }
 
-/// A whole field as a number: digits only, all of them.
-template <typename Integer>
-std::optional<Integer> number(std::string_view digits, int base)
-{
-    Integer value = 0;
-    const char* const end = digits.data() + digits.size();
-    const auto [position, error] = std::from_chars(digits.data(), end, value, base);
-    if (error != std::errc{} || position != end) {
-        return std::nullopt;
-    }
-    return value;
-}
-
 uint64_t parseTimestamp(std::string_view field)
 {
     if (field.size() < 2 || field.front() != '(' || field.back() != ')') {
@@ -56,9 +44,9 @@ uint64_t parseTimestamp(std::string_view field)
     }
     field = field.substr(1, field.size() - 2);
     const size_t dot = field.find('.');
-    const auto seconds = number<uint64_t>(field.substr(0, dot), 10);
+    const auto seconds = wholeNumberOf<uint64_t>(field.substr(0, dot), 10);
     const std::string_view decimals = dot == std::string_view::npos ? "" : field.substr(dot + 1);
-    const auto fraction = number<uint64_t>(decimals.substr(0, DECIMALS), 10);
+    const auto fraction = wholeNumberOf<uint64_t>(decimals.substr(0, DECIMALS), 10);
     if (!seconds || !fraction || decimals.size() > DECIMALS_MAX ||
         !std::ranges::all_of(decimals, [](char c) { return c >= '0' && c <= '9'; })) {
         refuse("the time stamp is not seconds, a dot and decimals");
@@ -75,7 +63,7 @@ uint64_t parseTimestamp(std::string_view field)
 
 void parseIdentifier(std::string_view digits, CandumpFrame& frame)
 {
-    const auto id = number<uint32_t>(digits, 16);
+    const auto id = wholeNumberOf<uint32_t>(digits, 16);
     if (!id || (digits.size() != STANDARD_ID_DIGITS && digits.size() != EXTENDED_ID_DIGITS)) {
         refuse("the identifier has neither three nor eight hex digits");
     }
@@ -105,7 +93,7 @@ void parsePayload(std::string_view digits, CandumpFrame& frame)
         if (digits.front() == '.' && length != 0 && digits.size() > 1) {
             digits.remove_prefix(1);
         }
-        const auto byte = number<uint8_t>(digits.substr(0, 2), 16);
+        const auto byte = wholeNumberOf<uint8_t>(digits.substr(0, 2), 16);
         if (!byte || digits.size() < 2) {
             refuse("the payload is not pairs of hex digits");
         }
@@ -123,7 +111,7 @@ void parsePayload(std::string_view digits, CandumpFrame& frame)
 void dropLengthCode(std::string_view& digits)
 {
     if (digits.size() > 2 && digits[digits.size() - 2] == '_') {
-        const auto code = number<uint8_t>(digits.substr(digits.size() - 1), 16);
+        const auto code = wholeNumberOf<uint8_t>(digits.substr(digits.size() - 1), 16);
         if (code && *code > CLASSIC_PAYLOAD_MAX_BYTES) {
             digits.remove_suffix(2);
         }
@@ -132,7 +120,7 @@ void dropLengthCode(std::string_view& digits)
 
 void parseRemoteLength(std::string_view digits, CandumpFrame& frame)
 {
-    const auto length = digits.empty() ? 0 : number<uint8_t>(digits, 16);
+    const auto length = digits.empty() ? 0 : wholeNumberOf<uint8_t>(digits, 16);
     if (!length || *length > CLASSIC_PAYLOAD_MAX_BYTES) {
         refuse("the length of a remote frame is not 0 to 8");
     }
@@ -153,7 +141,7 @@ void parseFrame(std::string_view field, CandumpFrame& frame)
     dropLengthCode(rest);
     frame.isFd = rest.starts_with('#');
     if (frame.isFd) {
-        const auto flags = number<uint8_t>(rest.substr(1, 1), 16);
+        const auto flags = wholeNumberOf<uint8_t>(rest.substr(1, 1), 16);
         if (!flags) {
             refuse("a CAN FD frame has no digit of flags behind ##");
         }

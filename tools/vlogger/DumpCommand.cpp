@@ -115,7 +115,7 @@ void addDump(CLI::App& app, Context& context)
     CLI::App* const command = app.add_subcommand("dump", "Show the frames that cross the buses");
     command->add_option("FILTER", options->filters, "can0 | can0,ID:MASK | can0,ID~MASK | any,…; none: everything");
     command->add_option("-n,--count", options->count, "End after so many frames")
-        ->check(wholeNumber(1))
+        ->transform(wholeNumber(1))
         ->type_name("N");
     command->add_option("-t,--time", options->time, "Time: a absolute, d since the last frame, z since the first")
         ->check(CLI::IsMember({"a", "d", "z"}))

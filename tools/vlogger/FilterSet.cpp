@@ -3,8 +3,9 @@
 #include "FrameText.h"
 #include "Usage.h"
 
+#include <capture/NumberText.h>
+
 #include <algorithm>
-#include <charconv>
 #include <optional>
 #include <string_view>
 
@@ -15,14 +16,6 @@ namespace {
 constexpr uint32_t EXTENDED_FLAG = 0x80000000;
 constexpr uint32_t REMOTE_FLAG = 0x40000000;
 constexpr size_t EXTENDED_DIGITS = 8;
-
-std::optional<uint32_t> hexNumber(std::string_view digits)
-{
-    uint32_t value = 0;
-    const char* const end = digits.data() + digits.size();
-    const auto [position, error] = std::from_chars(digits.data(), end, value, 16);
-    return error == std::errc{} && position == end ? std::optional(value) : std::nullopt;
-}
 
 /// Cuts the text at commas.
 std::vector<std::string> partsOf(const std::string& text)
@@ -70,9 +63,10 @@ FilterSet::Rule FilterSet::parseRule(const std::string& text)
 {
     const size_t middle = text.find_first_of(":~");
     const std::string_view digits = std::string_view(text).substr(0, middle);
-    const auto value = hexNumber(digits);
-    const auto mask =
-        middle == std::string::npos ? std::nullopt : hexNumber(std::string_view(text).substr(middle + 1));
+    const auto value = capture::wholeNumberOf<uint32_t>(digits, 16);
+    const auto mask = middle == std::string::npos
+                          ? std::nullopt
+                          : capture::wholeNumberOf<uint32_t>(std::string_view(text).substr(middle + 1), 16);
     if (!value || !mask) {
         throw WrongUsage("filter \"" + text + "\": it is not identifier:mask or identifier~mask in hex digits");
     }

@@ -2,9 +2,10 @@
 
 #include "Usage.h"
 
+#include <capture/NumberText.h>
+
 #include <algorithm>
 #include <array>
-#include <charconv>
 #include <cstdio>
 
 namespace tool {
@@ -45,10 +46,7 @@ std::optional<uint8_t> parseChannel(std::string_view text)
     if (text.starts_with(CHANNEL_PREFIX)) {
         text.remove_prefix(CHANNEL_PREFIX.size());
     }
-    uint8_t channel = 0;
-    const char* const end = text.data() + text.size();
-    const auto [position, error] = std::from_chars(text.data(), end, channel);
-    return error == std::errc{} && position == end ? std::optional(channel) : std::nullopt;
+    return capture::wholeNumberOf<uint8_t>(text);
 }
 
 std::string nameOfChannel(uint8_t channel)

@@ -1,32 +1,42 @@
 #include "OptionCheck.h"
 
-#include <charconv>
+#include <capture/NumberText.h>
+
 #include <limits>
+#include <sstream>
 
 namespace tool {
 
 namespace {
 
-constexpr double SECONDS_MAX = 1e9;
-
-/// The whole text as a number.
-template <typename Number>
-bool isNumber(const std::string& text, Number& number)
-{
-    const char* const end = text.data() + text.size();
-    const auto [position, error] = std::from_chars(text.data(), end, number);
-    return error == std::errc{} && position == end;
-}
+constexpr double SPEED_MIN = 1e-6;
+constexpr double SPEED_MAX = 1e6;
+constexpr std::string_view SPEED_UNLIMITED = "max";
 
 /// The parser reads an empty answer as consent.
 template <typename IsRight>
-CLI::Validator validator(IsRight isRight, const std::string& wanted)
+CLI::Validator validator(IsRight isRight, const std::string& complaint)
 {
     return CLI::Validator(
-        [isRight, wanted](const std::string& text) {
-            return isRight(text) ? std::string() : "\"" + text + "\" is not " + wanted;
+        [isRight, complaint](std::string& text) {
+            return isRight(text) ? std::string() : "\"" + text + "\" is " + complaint;
         },
         "");
+}
+
+bool isDecimalBetween(std::string_view text, double least, double most)
+{
+    const auto number = capture::decimalNumberOf(text);
+    return number && *number >= least && *number <= most;
+}
+
+/// A number without an exponent, as far as it is a usual one.
+std::string shown(double number)
+{
+    std::ostringstream text;
+    text.precision(std::numeric_limits<double>::digits10);
+    text << number;
+    return text.str();
 }
 
 } // namespace
@@ -34,22 +44,45 @@ CLI::Validator validator(IsRight isRight, const std::string& wanted)
 CLI::Validator wholeNumber(uint64_t least)
 {
     return validator(
-        [least](const std::string& text) {
-            uint64_t number = 0;
-            return isNumber(text, number) && number >= least;
+        [least](std::string& text) {
+            const auto number = capture::wholeNumberOf<uint64_t>(text);
+            if (!number || *number < least) {
+                return false;
+            }
+            text = std::to_string(*number);
+            return true;
         },
-        "a whole number from " + std::to_string(least) + " to " +
+        "not a whole number from " + std::to_string(least) + " to " +
             std::to_string(std::numeric_limits<uint64_t>::max()));
 }
 
-CLI::Validator seconds(double least)
+CLI::Validator secondsAboveZero()
 {
     return validator(
-        [least](const std::string& text) {
-            double number = 0;
-            return isNumber(text, number) && number >= least && number <= SECONDS_MAX;
+        [](const std::string& text) {
+            return isDecimalBetween(text, std::numeric_limits<double>::min(), SECONDS_MAX);
         },
-        least > 0 ? "a number of seconds above 0, up to 1000000000" : "a number of seconds from 0 to 1000000000");
+        "not a number of seconds above 0, up to " + shown(SECONDS_MAX));
+}
+
+CLI::Validator seconds(double least, double most)
+{
+    return validator([least, most](const std::string& text) { return isDecimalBetween(text, least, most); },
+                     "not a number of seconds from " + shown(least) + " to " + shown(most));
+}
+
+CLI::Validator speedFactor()
+{
+    return validator(
+        [](const std::string& text) {
+            return text == SPEED_UNLIMITED || isDecimalBetween(text, SPEED_MIN, SPEED_MAX);
+        },
+        "neither a factor from 0.000001 to 1000000 nor max");
+}
+
+double speedOf(std::string_view text)
+{
+    return text == SPEED_UNLIMITED ? 0 : capture::decimalNumberOf(text).value_or(1);
 }
 
 } // namespace tool

@@ -4,13 +4,31 @@
 
 #include <cstdint>
 #include <string>
+#include <string_view>
 
+/// Checks of the numbers that options take. The command-line parser alone takes -1 for the largest number there is, 010
+/// for eight and nan for a time.
 namespace tool {
 
-/// Takes decimal whole numbers from `least` on. Without it the parser takes -1 for the largest number there is.
+/// Takes decimal whole numbers from `least` on. To be added with transform(): the parser would take leading zeros for
+/// an octal number.
 CLI::Validator wholeNumber(uint64_t least);
 
-/// Takes a time in seconds from `least` up to 1e9, about thirty years.
-CLI::Validator seconds(double least);
+/// Takes times in seconds up to 1e9, about thirty years; more than zero.
+CLI::Validator secondsAboveZero();
+
+/// Takes times in seconds from `least` to `most`.
+CLI::Validator seconds(double least, double most);
+
+/// The longest time that a command waits for, about thirty years.
+constexpr double SECONDS_MAX = 1e9;
+
+/// Takes factors from a millionth to a million, and the word max.
+CLI::Validator speedFactor();
+
+/// What such an option means.
+/// @param text  one that speedFactor() takes
+/// @return 0 for max
+double speedOf(std::string_view text);
 
 } // namespace tool

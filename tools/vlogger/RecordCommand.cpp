@@ -151,10 +151,10 @@ void addRecord(CLI::App& app, Context& context)
     command->add_option("FILTER", options->filters, "As for dump; none: everything");
     addFormatOption(*command, options->format);
     command->add_option("-n,--count", options->count, "End after so many frames")
-        ->check(wholeNumber(1))
+        ->transform(wholeNumber(1))
         ->type_name("N");
     command->add_option("--seconds", options->seconds, "End after so many seconds")
-        ->check(seconds(std::numeric_limits<double>::min()))
+        ->check(secondsAboveZero())
         ->type_name("S");
     command->footer("\nEnds with Ctrl-C. The file can be read at any time and after any end.\n"
                     "\nExamples:\n"

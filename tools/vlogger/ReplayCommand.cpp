@@ -54,24 +54,6 @@ uint64_t microseconds(double seconds)
     return static_cast<uint64_t>(std::llround(seconds * US_PER_SECOND));
 }
 
-double speedOf(const std::string& text)
-{
-    if (text == "max") {
-        return 0;
-    }
-    size_t used = 0;
-    double speed = 0;
-    try {
-        speed = std::stod(text, &used);
-    } catch (const std::exception&) {
-        used = 0;
-    }
-    if (used != text.size() || !(speed > 0) || speed > 1e6) {
-        throw WrongUsage("speed \"" + text + "\": it is neither a number above 0 nor max");
-    }
-    return speed;
-}
-
 class Replay
 {
 public:
@@ -223,18 +205,21 @@ void addReplay(CLI::App& app, Context& context)
     command->add_option("FILE", options->file, "Capture to send, candump log or pcapng; -: standard input")
         ->required()
         ->type_name("");
-    command->add_option("--speed", options->speed, "Factor; max: as fast as the readers take them")
+    command
+        ->add_option("--speed", options->speed,
+                     "Factor, 0.000001 to 1000000; max: as fast as the readers take them")
+        ->check(speedFactor())
         ->type_name("X|max")
         ->capture_default_str();
     command->add_option("--loop", options->loops, "So many times; 0: until Ctrl-C")
-        ->check(wholeNumber(0))
+        ->transform(wholeNumber(0))
         ->type_name("N")
         ->capture_default_str();
     command->add_option("--from", options->from, "Seconds behind the beginning to start at")
-        ->check(seconds(0))
+        ->check(seconds(0, SECONDS_MAX))
         ->type_name("S");
     command->add_option("--to", options->to, "Seconds behind the beginning to end at")
-        ->check(seconds(0))
+        ->check(seconds(0, SECONDS_MAX))
         ->type_name("S");
     command->add_option("--map", options->map, "Interface of the capture = channel, any number of times")
         ->type_name("can0=3")

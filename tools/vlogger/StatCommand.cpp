@@ -120,12 +120,12 @@ void addStat(CLI::App& app, Context& context)
     CLI::App* const command = app.add_subcommand("stat", "Count the frames on their way");
     CLI::Option* const watch = command->add_flag("-w,--watch", options->isWatch, "Again and again, until Ctrl-C");
     command->add_option("--every", options->everySeconds, "Seconds between two looks")
-        ->check(CLI::Range(0.05, 3600.0))
+        ->check(seconds(0.05, 3600))
         ->needs(watch)
         ->type_name("S")
         ->capture_default_str();
     command->add_option("-n,--count", options->count, "With --watch: end after so many looks")
-        ->check(wholeNumber(1))
+        ->transform(wholeNumber(1))
         ->needs(watch)
         ->type_name("N");
     command->add_flag("--json", options->isJson, "One JSON object per look");

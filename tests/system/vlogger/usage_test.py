@@ -39,11 +39,20 @@ class UsageTest(Bench):
                          "vlogger: --to lies before --from")
 
     def test_speeds_that_cannot_be_are_refused(self):
+        for speed in ("0", "-1", "nan", "inf", "1e7", "fast", "1x", "0x10", " 2", "+2"):
+            self.assertEqual(self.complaint("replay", self.path("in.log"), "--speed", speed),
+                             f'--speed: "{speed}" is neither a factor from 0.000001 to 1000000 nor max')
+
+    def test_intervals_that_cannot_be_are_refused(self):
+        for time in ("nan", "0x1", "0.01", "3601"):
+            self.assertEqual(self.complaint("stat", "--watch", "--every", time),
+                             f'--every: "{time}" is not a number of seconds from 0.05 to 3600')
+
+    def test_leading_zeros_do_not_make_a_count_octal(self):
         self.serve()
-        log = self.write("in.log", "")
-        for speed in ("0", "-1", "nan", "inf", "1e7", "fast", "1x"):
-            self.assertEqual(self.complaint("replay", log, "--speed", speed),
-                             f'vlogger: speed "{speed}": it is neither a number above 0 nor max')
+        log = self.write("in.log", "(1.000000) can0 001#\n")
+        done = self.run_tool("replay", log, "--loop", "010", "--speed", "max")
+        self.assertIn("vlogger: 10 frames sent in ", done.stderr)
 
     def test_count_of_looks_needs_watching(self):
         self.assertEqual(self.complaint("stat", "-n", "3"), "--count requires --watch")
@@ -93,7 +102,7 @@ class UsageTest(Bench):
         dump = self.start(VLOGGER, "dump", "can0")
         while not self.stages("monitor"):
             pass
-        for speed in ("1", "1e-300"):
+        for speed in ("1", "0.000001"):
             child = self.start(VLOGGER, "replay", log, "--speed", speed)
             self.assertEqual(dump.stdout.readline(), "  can0  001   [0]\n")
             code, _, err = self.stop(child)
