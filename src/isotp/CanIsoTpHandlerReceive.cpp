@@ -63,7 +63,9 @@ CanIsoTpHandler::Received CanIsoTpHandler::judge(const rawCANMsg_t& frame, int n
     received.expected = expectedFrame;
     received.aborts = abortCount;
     (this->*accept)(frame, number, received);
-    if (received.error != ERR_NONE) {
+    if (received.error == ERR_NONE) {
+        ++progressCount;
+    } else {
         beginAbort();
     }
     return received;

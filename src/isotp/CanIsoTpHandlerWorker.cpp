@@ -63,7 +63,8 @@ void CanIsoTpHandler::closePipe() noexcept
     }
 }
 
-bool CanIsoTpHandler::writeCommand(char cmd, long timeoutUs)
+/// Waits for room and writes; a failure is logged, but not that there is no room.
+CanIsoTpHandler::Push CanIsoTpHandler::writeCommand(char cmd, long timeoutUs)
 {
     const Clock::time_point deadline = Clock::now() + std::chrono::microseconds(timeoutUs);
     for (bool interrupted = false;; interrupted = true) {
@@ -75,29 +76,28 @@ bool CanIsoTpHandler::writeCommand(char cmd, long timeoutUs)
         const int ready = expired ? 0 : ::select(pipeFds[1] + 1, nullptr, &writable, nullptr, &left);
         int error = errno;
         if (ready == 0) {
-            toError("[ERROR] CanIsoTpHandler::pushThread: timeout");
-            return false;
+            return Push::NO_ROOM;
         }
         if (ready < 0) {
             if (error == EINTR) {
                 continue;
             }
             toError("[ERROR] CanIsoTpHandler::pushThread: select error: ", std::strerror(error));
-            return false;
+            return Push::FAILED;
         }
         if (::write(pipeFds[1], &cmd, 1) == 1) {
-            return true;
+            return Push::WRITTEN;
         }
         error = errno;
         // EAGAIN: another thread took the room.
         if (error != EINTR && error != EAGAIN) {
             toError("[ERROR] CanIsoTpHandler::pushThread: can't write, error: ", std::strerror(error));
-            return false;
+            return Push::FAILED;
         }
     }
 }
 
-bool CanIsoTpHandler::pushCommand(char cmd, long timeoutUs)
+CanIsoTpHandler::Push CanIsoTpHandler::offerCommand(char cmd, long timeoutUs)
 {
     if (debugLevel != 0) {
         // The tag is misspelt for good: tools look for it.
@@ -106,11 +106,25 @@ bool CanIsoTpHandler::pushCommand(char cmd, long timeoutUs)
     if (cmd == START_SENDING) {
         ++startsPending;
     }
-    const bool written = writeCommand(cmd, timeoutUs);
-    if (!written && cmd == START_SENDING) {
+    const Push result = writeCommand(cmd, timeoutUs);
+    if (cmd == START_SENDING && result != Push::WRITTEN) {
         --startsPending;
     }
-    return written;
+    if (cmd == END_WORKER && result == Push::WRITTEN) {
+        // Behind the write: one that is not counted is at worst one too many for the next worker, one counted too
+        // early would cost that worker its own.
+        ++endsWritten;
+    }
+    return result;
+}
+
+bool CanIsoTpHandler::pushCommand(char cmd, long timeoutUs)
+{
+    const Push result = offerCommand(cmd, timeoutUs);
+    if (result == Push::NO_ROOM) {
+        toError("[ERROR] CanIsoTpHandler::pushThread: timeout");
+    }
+    return result == Push::WRITTEN;
 }
 
 void CanIsoTpHandler::pushThread(char cmd)
@@ -122,10 +136,20 @@ void CanIsoTpHandler::pushThread(char cmd)
 
 void CanIsoTpHandler::wakeForNextMessage()
 {
-    // One that is on its way does it, too. The worker calls this: it must not wait for room in a pipe that only it
-    // empties.
-    if (startsPending == 0 && !sendQueueEmpty()) {
-        pushThread(START_SENDING);
+    if (startsPending != 0 || sendQueueEmpty()) {
+        return; // one that is on its way does it, too
+    }
+    // The worker calls this. It does not wait for room in a pipe that only it empties: it would wait for itself and
+    // then drop the messages.
+    switch (offerCommand(START_SENDING, 0)) {
+    case Push::WRITTEN:
+        break;
+    case Push::NO_ROOM:
+        startOwed = true;
+        break;
+    case Push::FAILED:
+        abortProcessing(ERR_PUSH_FAILED);
+        break;
     }
 }
 
@@ -137,12 +161,13 @@ void CanIsoTpHandler::logExpectation()
     }
 }
 
-bool CanIsoTpHandler::workIsDue()
+CanIsoTpHandler::Wait CanIsoTpHandler::nextWait()
 {
     const MutexLock queueLock(queueMutex);
     const MutexLock protocolLock(protocolMutex);
     // What an abort is about to drop is no work: waiting for it would end in a time-out without a transfer.
-    return expectedFrame != EXPECT_SF_OR_FF || (!sendQueue.empty() && abortsClearing == 0);
+    const bool workIsDue = expectedFrame != EXPECT_SF_OR_FF || (!sendQueue.empty() && abortsClearing == 0);
+    return {.limited = workIsDue, .progress = progressCount};
 }
 
 void CanIsoTpHandler::threadCode()
@@ -151,9 +176,9 @@ void CanIsoTpHandler::threadCode()
     callCanIsoTpHandlerStatusCb(CanIsoTpHandlerCallback::STATUS_INFO, 0, "thread started");
     logExpectation();
     for (;;) {
-        const bool limited = workIsDue();
+        const Wait wait = nextWait();
         if (debugLevel != 0) {
-            if (limited) {
+            if (wait.limited) {
                 toOutput("[DEBUG] CanIsoTpThread::threadCode: timeout set to ", PROTOCOL_TIMEOUT_S, " (default)");
             } else {
                 toOutput("[DEBUG] CanIsoTpThread::threadCode: timeout set to 0");
@@ -163,7 +188,7 @@ void CanIsoTpHandler::threadCode()
         fd_set readable;
         FD_ZERO(&readable);
         FD_SET(pipeFds[0], &readable);
-        const int ready = ::select(pipeFds[0] + 1, &readable, nullptr, nullptr, limited ? &limit : nullptr);
+        const int ready = ::select(pipeFds[0] + 1, &readable, nullptr, nullptr, wait.limited ? &limit : nullptr);
         const int error = errno;
         if (ready < 0 && error == EINTR) {
             continue;
@@ -173,7 +198,8 @@ void CanIsoTpHandler::threadCode()
             toError("[ERROR] CanIsoTpHandler::threadCode: select() reported an error: ", std::strerror(error));
         } else if (ready == 0) {
             toError("[ERROR] CanIsoTpHandler::threadCode: select() timeout");
-            handleTimeout();
+            // The line may have taken its time: what has gone on since the wait began is not late.
+            abortIfLate(wait.progress);
         } else {
             leave = readCommand();
         }
@@ -209,7 +235,16 @@ bool CanIsoTpHandler::readCommand()
         if (startsPending != 0) {
             --startsPending;
         }
-        processSendQueue();
+        do {
+            processSendQueue();
+        } while (startOwed.exchange(false));
     }
-    return cmd == END_WORKER;
+    return cmd == END_WORKER && endIsMeant();
+}
+
+/// Takes note of an 'x' that was read.
+/// @return false if it was for a worker that is joined
+bool CanIsoTpHandler::endIsMeant()
+{
+    return ++endsRead > endsOutdated;
 }

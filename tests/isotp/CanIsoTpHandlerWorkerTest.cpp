@@ -6,8 +6,40 @@
 
 #include <cerrno>
 #include <chrono>
+#include <functional>
+#include <iostream>
+#include <streambuf>
+#include <string>
+#include <utility>
 
 namespace {
+
+/// Standard error that is slow with one line: `meanwhile` runs when the line has been decided on, before it is out.
+class SlowErrorLine : private std::streambuf
+{
+public:
+    SlowErrorLine(std::string slowLine, std::function<void()> action)
+        : line(std::move(slowLine) + "\n"), meanwhile(std::move(action)), original(std::cerr.rdbuf(this))
+    {
+    }
+    ~SlowErrorLine() override { std::cerr.rdbuf(original); }
+    SlowErrorLine(const SlowErrorLine&) = delete;
+    SlowErrorLine& operator=(const SlowErrorLine&) = delete;
+
+private:
+    std::streamsize xsputn(const char* text, std::streamsize size) override
+    {
+        if (line == std::string(text, static_cast<size_t>(size)) && meanwhile) {
+            std::exchange(meanwhile, nullptr)();
+        }
+        return original->sputn(text, size);
+    }
+    int sync() override { return original->pubsync(); }
+
+    const std::string line;
+    std::function<void()> meanwhile;
+    std::streambuf* const original;
+};
 
 /// The handler's own worker runs; the test decides when its waits expire.
 class CanIsoTpHandlerWorkerTest : public IsoTpTest
@@ -132,6 +164,101 @@ TEST_F(CanIsoTpHandlerWorkerTest, StopWaitsForTheWorkerAfterOneThatItsOwnerJoine
     EXPECT_EQ(transmitter.frames.count(), 20U);
 }
 
+TEST_F(CanIsoTpHandlerWorkerTest, StopRightAfterJoinAndStartWaitsForTheQueue)
+{
+    transmitter.onFrame = [&](const CANExtTraceMessage& frame) {
+        if ((frame.data[0] & 0xF0) == 0x10) {
+            peerSendsPadded({0x30, 0, 0});
+        }
+        return 0;
+    };
+    startWorker();
+    sut.pushThread('x');
+    EXPECT_EQ(sut.join(), 0);
+    send(counting(20));
+    ASSERT_EQ(sut.start(), 0);
+    EXPECT_EQ(sut.stop(), 0);
+    EXPECT_EQ(transmitter.frames.count(), 3U);
+    EXPECT_TRUE(sut.sendQueueEmpty());
+}
+
+TEST_F(CanIsoTpHandlerWorkerTest, JoinWithoutWorkerFindsNothing)
+{
+    EXPECT_EQ(sut.join(), -1);
+}
+
+TEST_F(CanIsoTpHandlerWorkerTest, StopOfAWorkerThatHasEndedDoesNotEndTheNextOne)
+{
+    EXPECT_EQ(sut.stop(), -1);
+    ASSERT_EQ(sut.start(), 0); // ends at once
+    EXPECT_EQ(sut.stop(), 0);
+    ASSERT_EQ(sut.start(), 0);
+    for (uint8_t i = 1; i <= 3; ++i) {
+        send({i});
+        ASSERT_TRUE(transmitter.frames.waitForCount(i));
+    }
+    EXPECT_EQ(sut.stop(), 0);
+    EXPECT_EQ(events(), (Events{started, stopped, started, stopped}));
+}
+
+TEST_F(CanIsoTpHandlerWorkerTest, StopWithoutRoomForAWorkerThatHasEndedDoesNotEndTheNextOne)
+{
+    startWorker();
+    sut.pushThread('x');
+    ASSERT_TRUE(callback.events.waitForCount(2));
+    calls.waitsToWrite.add(PipeCalls::TIMED_OUT);
+    EXPECT_EQ(sut.stop(), 0);
+    ASSERT_EQ(sut.start(), 0);
+    send({0xAB});
+    EXPECT_TRUE(transmitter.frames.waitForCount(1));
+    EXPECT_EQ(sut.stop(), 0);
+}
+
+TEST_F(CanIsoTpHandlerWorkerTest, SecondCommandToEndDoesNotEndTheNextWorker)
+{
+    sut.pushThread('x');
+    sut.pushThread('x');
+    ASSERT_EQ(sut.start(), 0);
+    EXPECT_EQ(sut.join(), 0);
+    ASSERT_EQ(sut.start(), 0);
+    send({0xAB});
+    EXPECT_TRUE(transmitter.frames.waitForCount(1));
+    EXPECT_EQ(sut.stop(), 0);
+}
+
+TEST_F(CanIsoTpHandlerWorkerTest, StopFromAStatusCallbackOfTheWorkerIsRefused)
+{
+    Recorder<int> results;
+    callback.onStatus = [&](const IsoTpEvent& event) {
+        if (event == started) {
+            send({0xAB}); // only this thread could send it
+            results.add(sut.stop());
+        }
+    };
+    CapturedOutput output;
+    ASSERT_EQ(sut.start(), 0);
+    ASSERT_TRUE(results.waitForCount(1));
+    EXPECT_TRUE(transmitter.frames.waitForCount(1));
+    EXPECT_EQ(sut.stop(), 0);
+    EXPECT_EQ(results.all(), std::vector<int>{-1});
+    EXPECT_EQ(output.err(), "[ERROR] CanIsoTpHandler::stop: called from a callback, nothing is stopped\n");
+    EXPECT_EQ(events(), (Events{started, stopped}));
+}
+
+TEST_F(CanIsoTpHandlerWorkerTest, StopFromAMessageCallbackIsRefused)
+{
+    startWorker();
+    int result = 0;
+    callback.onMessage = [&](const CANTransportTraceMessage&) { result = sut.stop(); };
+    CapturedOutput output;
+    peerSendsPadded({0x01, 5});
+    EXPECT_EQ(result, -1);
+    send({0xAB});
+    EXPECT_TRUE(transmitter.frames.waitForCount(1));
+    EXPECT_EQ(sut.stop(), 0);
+    EXPECT_EQ(output.err(), "[ERROR] CanIsoTpHandler::stop: called from a callback, nothing is stopped\n");
+}
+
 TEST_F(CanIsoTpHandlerWorkerTest, WaitsWithoutLimitWhileIdle)
 {
     startWorker();
@@ -185,6 +312,90 @@ TEST_F(CanIsoTpHandlerWorkerTest, NoSecondTimeoutFollowsAnAbort)
     ASSERT_TRUE(calls.waits.waitForCount(5));
     const std::vector<bool> waits = calls.waits.all();
     EXPECT_EQ(std::vector<bool>(waits.begin() + 2, waits.end()), (std::vector<bool>(waits.size() - 2, false)));
+}
+
+/// The wait has expired, its line is on its way, and the peer goes on after all.
+class CanIsoTpHandlerLateFrameTest : public CanIsoTpHandlerWorkerTest
+{
+protected:
+    void expireWhile(std::function<void()> meanwhile)
+    {
+        CapturedOutput output;
+        const SlowErrorLine slow(TIMEOUT_LINE, std::move(meanwhile));
+        const size_t before = calls.waits.count();
+        calls.expire();
+        ASSERT_TRUE(calls.waits.waitForCount(before + 1)); // the time-out is dealt with
+        out = output.out();
+        err = output.err();
+    }
+
+    static constexpr const char* TIMEOUT_LINE = "[ERROR] CanIsoTpHandler::threadCode: select() timeout";
+    const std::string withoutReason =
+        "[WARNING] CanIsoTpHandler::handleTimeout: abort, because there is no timeout reason!\n";
+    std::string out;
+    std::string err;
+};
+
+TEST_F(CanIsoTpHandlerLateFrameTest, ReceptionThatWentOnIsNotAborted)
+{
+    startWorker();
+    peerSends({0x10, 20, 1, 2, 3, 4, 5, 6});
+    ASSERT_TRUE(calls.waits.waitForCount(2));
+    expireWhile([&] { peerSends({0x21, 7, 8, 9, 10, 11, 12, 13}); });
+    peerSends({0x22, 14, 15, 16, 17, 18, 19, 20});
+    EXPECT_EQ(events(), (Events{started, messageEvent(counting(20))}));
+    EXPECT_EQ(err, std::string(TIMEOUT_LINE) + "\n");
+    EXPECT_EQ(out, withoutReason);
+}
+
+TEST_F(CanIsoTpHandlerLateFrameTest, TransferWhosePeerAsksForTimeIsNotAborted)
+{
+    startWorker();
+    send(counting(20));
+    ASSERT_TRUE(calls.waits.waitForCount(2));
+    expireWhile([&] { peerSendsPadded({0x31, 0, 0}); });
+    peerSendsPadded({0x30, 0, 0});
+    EXPECT_TRUE(transmitter.frames.waitForCount(3));
+    EXPECT_EQ(events(), (Events{started, warningEvent("receive FC with state = wait")}));
+    EXPECT_EQ(out, withoutReason);
+}
+
+TEST_F(CanIsoTpHandlerLateFrameTest, TransferThatIsGrantedIsNotAborted)
+{
+    startWorker();
+    send(counting(20));
+    ASSERT_TRUE(calls.waits.waitForCount(2));
+    expireWhile([&] { peerSendsPadded({0x30, 0, 0}); });
+    EXPECT_TRUE(transmitter.frames.waitForCount(3));
+    EXPECT_EQ(events(), Events{started});
+    EXPECT_EQ(out, withoutReason);
+}
+
+TEST_F(CanIsoTpHandlerLateFrameTest, ReceptionThatHasJustBegunIsNotAborted)
+{
+    startWorker();
+    send(counting(20));
+    ASSERT_TRUE(calls.waits.waitForCount(2));
+    expireWhile([&] {
+        peerSendsPadded({0x01, 5}); // aborts the transfer that is late
+        peerSends({0x10, 8, 1, 2, 3, 4, 5, 6});
+    });
+    peerSendsPadded({0x21, 7, 8});
+    EXPECT_EQ(events(), (Events{started, errorEvent(1, "type of received frame != expected frame type"),
+                                messageEvent(counting(8))}));
+    EXPECT_EQ(out, withoutReason);
+}
+
+TEST_F(CanIsoTpHandlerLateFrameTest, NextSilentSecondAborts)
+{
+    startWorker();
+    peerSends({0x10, 20, 1, 2, 3, 4, 5, 6});
+    ASSERT_TRUE(calls.waits.waitForCount(2));
+    expireWhile([&] { peerSends({0x21, 7, 8, 9, 10, 11, 12, 13}); });
+    ASSERT_TRUE(calls.waits.waitForCount(4)); // after the command of the late frame
+    calls.expire();
+    ASSERT_TRUE(callback.events.waitForCount(2));
+    EXPECT_EQ(events(), (Events{started, timedOut}));
 }
 
 TEST_F(CanIsoTpHandlerWorkerTest, MissingConsecutiveFrameAborts)
