@@ -1,5 +1,6 @@
 #include <CanTxHandler.h>
 
+#include <can/FullDevice.h>
 #include <can/TestFrames.h>
 #include <support/Effects.h>
 #include <support/FakeBoard.h>
@@ -11,10 +12,11 @@
 #include <atomic>
 #include <cstdio>
 #include <cstdlib>
+#include <future>
 #include <string>
 #include <thread>
 
-#include <poll.h>
+#include <sys/socket.h>
 #include <unistd.h>
 
 // What the transmitter does while the process ends. Each case runs in a child, whose standard output is sent to the
@@ -72,21 +74,20 @@ struct SendsAtExit
 [[noreturn]] void exitWithSenderInTheDevice()
 {
     int ends[2] = {-1, -1};
-    if (pipe(ends) != 0) {
+    if (socketpair(AF_UNIX, SOCK_SEQPACKET | SOCK_CLOEXEC, 0, ends) != 0) {
         std::abort();
     }
     fakedevices::provideAs(MAIN, ends[1], 201);
     CanTxHandler* const sut = CanTxHandler::getInstance(true);
-    std::thread([sut] {
-        for (;;) {
-            CANExtTraceMessage frame = testframes::onChannel(0);
-            static_cast<void>(sut->send(frame));
-        }
+    fulldevice::fill(201);
+    std::promise<pid_t> started;
+    std::thread([sut, &started] {
+        started.set_value(gettid());
+        CANExtTraceMessage frame = testframes::onChannel(0);
+        static_cast<void>(sut->send(frame));
     }).detach();
-    // Nobody reads: once the pipe takes no more, the sender is in the device, or about to be.
-    pollfd device{.fd = 201, .events = POLLOUT, .revents = 0};
-    while (poll(&device, 1, 0) == 1 && (device.revents & POLLOUT) != 0) {
-        std::this_thread::yield();
+    if (!fulldevice::awaitSender(*sut, started.get_future().get())) {
+        std::abort();
     }
     std::exit(0);
 }

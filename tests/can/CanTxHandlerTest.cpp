@@ -1,5 +1,6 @@
 #include <CanTxHandler.h>
 
+#include <can/FullDevice.h>
 #include <can/TestFrames.h>
 #include <support/CapturedOutput.h>
 #include <support/Effects.h>
@@ -8,6 +9,7 @@
 #include <support/LogLock.h>
 #include <support/PrivateMember.h>
 #include <support/SecondThread.h>
+#include <support/ThreadState.h>
 #include <support/Waiting.h>
 
 #include <gtest/gtest.h>
@@ -30,7 +32,6 @@ REVEAL_MEMBER(FpgabOpen, CanTxHandler, fpgabOpen);
 REVEAL_MEMBER(FpgacOpen, CanTxHandler, fpgacOpen);
 REVEAL_MEMBER(ExtBoard, CanTxHandler, extBoard);
 REVEAL_MEMBER(UnusedStream, CanTxHandler, unused);
-REVEAL_MEMBER(TxMutex, CanTxHandler, mutex);
 REVEAL_MEMBER(FdFpgab, CanTxHandler, fdFpgab);
 REVEAL_MEMBER(FdFpgac, CanTxHandler, fdFpgac);
 REVEAL_MEMBER(UseOSync, CanTxHandler, useOSync);
@@ -71,18 +72,6 @@ protected:
         const ssize_t size = recv(fd, frame.data(), frame.size(), MSG_DONTWAIT);
         frame.resize(size < 0 ? 0 : static_cast<size_t>(size));
         return frame;
-    }
-
-    /// Waits until a thread of this process sleeps: in a lock or in a device.
-    static bool fallsAsleep(pid_t thread)
-    {
-        return becomesTrue([thread] {
-            std::ifstream file("/proc/self/task/" + std::to_string(thread) + "/stat");
-            std::string stat;
-            std::getline(file, stat);
-            const size_t end = stat.rfind(')'); // of the name; the state follows
-            return end != std::string::npos && stat.compare(end, 3, ") S") == 0;
-        });
     }
 
     /// The transmitter, without its lines.
@@ -486,26 +475,14 @@ TEST_F(CanTxHandlerTest, SenderInTheDeviceKeepsOthersOutUntilItHasWritten)
     const int bus = listenTo(MAIN, MAIN_FD);
     CanTxHandler* const sut = quietInstance();
     CapturedOutput output;
-    // Leaves no room, so that the next frame waits in the device.
-    const std::vector<uint8_t> filler = testframes::bytesOnChannel(1);
-    size_t fillers = 0;
-    while (::send(MAIN_FD, filler.data(), filler.size(), MSG_DONTWAIT) > 0) {
-        ++fillers;
-    }
-    ASSERT_EQ(errno, EAGAIN);
+    const size_t fillers = fulldevice::fill(MAIN_FD);
     std::promise<pid_t> senderStarted;
     std::future<int> sender = std::async(std::launch::async, [&] {
         senderStarted.set_value(gettid());
         CANExtTraceMessage frame = testframes::onChannel(2);
         return sut->send(frame);
     });
-    ASSERT_TRUE(fallsAsleep(senderStarted.get_future().get()));
-    Mutex& mutex = sut->*reveal(TxMutex{});
-    const bool wasFree = mutex.tryLock();
-    if (wasFree) {
-        mutex.unlock();
-    }
-    EXPECT_FALSE(wasFree) << "the frame is with the device, not yet written";
+    EXPECT_TRUE(fulldevice::awaitSender(*sut, senderStarted.get_future().get()));
 
     std::promise<pid_t> closerStarted;
     std::future<void> closer = std::async(std::launch::async, [&] {
@@ -597,7 +574,7 @@ TEST_F(CanTxHandlerTest, MembersLieInTheirOrderAndThereIsNoVirtualOperation)
     EXPECT_EQ(offsetIn(sut, reveal(FpgacOpen{})), 1U);
     EXPECT_EQ(offsetIn(sut, reveal(ExtBoard{})), 2U);
     EXPECT_EQ(offsetIn(sut, reveal(UnusedStream{})), 8U);
-    EXPECT_EQ(offsetIn(sut, reveal(TxMutex{})), 8U + sizeof(std::ofstream));
+    EXPECT_EQ(offsetIn(sut, reveal(TransmitterLock{})), 8U + sizeof(std::ofstream));
     EXPECT_EQ(offsetIn(sut, reveal(FdFpgab{})), 8U + sizeof(std::ofstream) + sizeof(Mutex));
     EXPECT_EQ(offsetIn(sut, reveal(FdFpgac{})), 8U + sizeof(std::ofstream) + sizeof(Mutex) + 4U);
     EXPECT_EQ(offsetIn(sut, reveal(UseOSync{})), 8U + sizeof(std::ofstream) + sizeof(Mutex) + 8U);

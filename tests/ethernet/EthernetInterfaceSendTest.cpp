@@ -2,10 +2,10 @@
 #include <support/FailingCalls.h>
 #include <support/FakeIpConfig.h>
 #include <support/PrivateMember.h>
+#include <support/ThreadState.h>
 
 #include <vqtrace/CANTransportTraceMessage.h>
 
-#include <fstream>
 #include <string>
 #include <thread>
 
@@ -263,16 +263,6 @@ TEST_F(EthernetInterfaceSendTest, PartialWriteIsALossAndNotRetried)
                                          "{status 3}"));
     ASSERT_TRUE(server.awaitBytes(2));
     EXPECT_EQ(server.received.all()[0], (Bytes{0x01, 0x41}));
-}
-
-/// True if a thread of this process waits in the kernel.
-bool isAsleep(pid_t thread)
-{
-    std::ifstream file("/proc/self/task/" + std::to_string(thread) + "/stat");
-    std::string text;
-    std::getline(file, text);
-    const size_t place = text.rfind(") ");
-    return place != std::string::npos && text.compare(place + 2, 1, "S") == 0;
 }
 
 TEST_F(EthernetInterfaceSendTest, DisconnectEndsASendThatTheServerKeepsWaiting)
