@@ -4,14 +4,26 @@ namespace capture {
 
 bool CandumpCaptureReader::next(CaptureFrame& frame)
 {
-    frame.nanoseconds = 0;
-    frame.direction = Direction::UNKNOWN;
-    frame.droppedBefore = 0;
+    LineDetails details;
+    bool isFrame = false;
     try {
-        return lines.next(frame.frame);
+        isFrame = lines.next(frame.frame, &details);
     } catch (const CandumpError& error) {
         throw CaptureError(error.what(), !stream.bad());
     }
+    frame.nanoseconds = details.nanoseconds;
+    frame.direction = details.direction;
+    frame.droppedBefore = 0;
+    timeless += details.hasTime ? 0U : 1U;
+    return isFrame;
+}
+
+std::vector<std::string> CandumpCaptureReader::remarks() const
+{
+    if (timeless == 0) {
+        return {};
+    }
+    return {std::to_string(timeless) + " frames have no time and stand at 0; candump shows times with -t a"};
 }
 
 } // namespace capture

@@ -1,10 +1,10 @@
 #include <capture/CandumpLog.h>
 
+#include <capture/CandumpFields.h>
+#include <capture/CandumpScreenFrame.h>
 #include <capture/NumberText.h>
 
-#include <algorithm>
 #include <limits>
-#include <optional>
 
 namespace capture {
 
@@ -12,150 +12,85 @@ namespace {
 
 constexpr size_t STANDARD_ID_DIGITS = 3;
 constexpr size_t EXTENDED_ID_DIGITS = 8;
-constexpr uint32_t STANDARD_ID_MASK = 0x7FF;
-constexpr uint32_t EXTENDED_ID_MASK = 0x1FFFFFFF;
-constexpr uint32_t ERROR_FRAME_FLAG = 0x20000000;
 constexpr size_t CLASSIC_PAYLOAD_MAX_BYTES = 8;
 constexpr uint64_t US_PER_SECOND = 1000000;
 constexpr size_t DECIMALS = 6;
-constexpr size_t DECIMALS_MAX = 9;
-constexpr std::string_view BLANKS = " \t\r\n";
 constexpr std::string_view HEX_DIGITS = "0123456789ABCDEF";
 
-[[noreturn]] void refuse(const std::string& reason)
-{
-    throw CandumpError(0, reason);
-}
-
-/// Cuts the next blank-separated field off the line; empty at its end.
-std::string_view takeField(std::string_view& line)
-{
-    const size_t begin = std::min(line.find_first_not_of(BLANKS), line.size());
-    line.remove_prefix(begin);
-    const std::string_view field = line.substr(0, line.find_first_of(BLANKS));
-    line.remove_prefix(field.size());
-    return field;
-}
-
-uint64_t parseTimestamp(std::string_view field)
-{
-    if (field.size() < 2 || field.front() != '(' || field.back() != ')') {
-        refuse("the line does not begin with a time stamp in parentheses");
-    }
-    field = field.substr(1, field.size() - 2);
-    const size_t dot = field.find('.');
-    const auto seconds = wholeNumberOf<uint64_t>(field.substr(0, dot), 10);
-    const std::string_view decimals = dot == std::string_view::npos ? "" : field.substr(dot + 1);
-    const auto fraction = wholeNumberOf<uint64_t>(decimals.substr(0, DECIMALS), 10);
-    if (!seconds || !fraction || decimals.size() > DECIMALS_MAX ||
-        !std::ranges::all_of(decimals, [](char c) { return c >= '0' && c <= '9'; })) {
-        refuse("the time stamp is not seconds, a dot and decimals");
-    }
-    if (*seconds > std::numeric_limits<uint64_t>::max() / US_PER_SECOND - 1) {
-        refuse("the time stamp is out of range");
-    }
-    uint64_t microseconds = *fraction;
-    for (size_t digits = decimals.size(); digits < DECIMALS; ++digits) {
-        microseconds *= 10;
-    }
-    return *seconds * US_PER_SECOND + microseconds;
-}
-
-void parseIdentifier(std::string_view digits, CandumpFrame& frame)
-{
-    const auto id = wholeNumberOf<uint32_t>(digits, 16);
-    if (!id || (digits.size() != STANDARD_ID_DIGITS && digits.size() != EXTENDED_ID_DIGITS)) {
-        refuse("the identifier has neither three nor eight hex digits");
-    }
-    frame.id = *id;
-    frame.kind = FrameKind::DATA;
-    frame.isExtended = digits.size() == EXTENDED_ID_DIGITS;
-    if (!frame.isExtended) {
-        if (frame.id > STANDARD_ID_MASK) {
-            refuse("an identifier of three digits goes up to 7FF");
-        }
-        return;
-    }
-    if ((frame.id & ~EXTENDED_ID_MASK) == ERROR_FRAME_FLAG) {
-        frame.kind = FrameKind::ERROR;
-        frame.id &= EXTENDED_ID_MASK;
-    }
-    if (frame.id > EXTENDED_ID_MASK) {
-        refuse("an identifier of eight digits goes up to 1FFFFFFF, an error frame's up to 3FFFFFFF");
-    }
-}
-
-void parsePayload(std::string_view digits, CandumpFrame& frame)
-{
-    const size_t limit = frame.isFd ? frame.payload.size() : CLASSIC_PAYLOAD_MAX_BYTES;
-    size_t length = 0;
-    while (!digits.empty()) {
-        if (digits.front() == '.' && length != 0 && digits.size() > 1) {
-            digits.remove_prefix(1);
-        }
-        const auto byte = wholeNumberOf<uint8_t>(digits.substr(0, 2), 16);
-        if (!byte || digits.size() < 2) {
-            refuse("the payload is not pairs of hex digits");
-        }
-        if (length == limit) {
-            refuse("the payload has more than " + std::to_string(limit) + " bytes");
-        }
-        frame.payload[length] = *byte;
-        ++length;
-        digits.remove_prefix(2);
-    }
-    frame.lengthBytes = static_cast<uint8_t>(length);
-}
-
-/// Cuts off what some tools append to a full classic frame: an underscore and the length code of the wire, 9 to F.
-void dropLengthCode(std::string_view& digits)
+/// Cuts off what some tools append to a classic frame: an underscore and the length code of the wire, 9 to F.
+uint8_t takeLengthCode(std::string_view& digits)
 {
     if (digits.size() > 2 && digits[digits.size() - 2] == '_') {
         const auto code = wholeNumberOf<uint8_t>(digits.substr(digits.size() - 1), 16);
         if (code && *code > CLASSIC_PAYLOAD_MAX_BYTES) {
             digits.remove_suffix(2);
+            return *code;
         }
     }
+    return 0;
 }
 
 void parseRemoteLength(std::string_view digits, CandumpFrame& frame)
 {
     const auto length = digits.empty() ? 0 : wholeNumberOf<uint8_t>(digits, 16);
     if (!length || *length > CLASSIC_PAYLOAD_MAX_BYTES) {
-        refuse("the length of a remote frame is not 0 to 8");
+        refuseLine("the length of a remote frame is not 0 to 8");
     }
     frame.lengthBytes = *length;
 }
 
-void parseFrame(std::string_view field, CandumpFrame& frame)
+/// What stands behind ## in a CAN FD frame.
+void parseFdPart(std::string_view part, CandumpFrame& frame)
 {
-    const size_t mark = field.find('#');
-    if (mark == std::string_view::npos) {
-        refuse("the frame has no # between identifier and payload");
+    const auto flags = wholeNumberOf<uint8_t>(part.substr(0, 1), 16);
+    if (!flags) {
+        refuseLine("a CAN FD frame has no digit of flags behind ##");
     }
-    parseIdentifier(field.substr(0, mark), frame);
-    std::string_view rest = field.substr(mark + 1);
-    frame.lengthBytes = 0;
-    frame.payload.fill(0);
-    frame.fdFlags = 0;
-    dropLengthCode(rest);
-    frame.isFd = rest.starts_with('#');
-    if (frame.isFd) {
-        const auto flags = wholeNumberOf<uint8_t>(rest.substr(1, 1), 16);
-        if (!flags) {
-            refuse("a CAN FD frame has no digit of flags behind ##");
-        }
-        if (frame.kind == FrameKind::ERROR) {
-            refuse("an error frame is no CAN FD frame");
-        }
-        frame.fdFlags = *flags;
-        rest.remove_prefix(2);
-    } else if (frame.kind == FrameKind::DATA && rest.starts_with('R')) {
+    if (frame.kind == FrameKind::ERROR) {
+        refuseLine("an error frame is no CAN FD frame");
+    }
+    frame.isFd = true;
+    frame.fdFlags = *flags;
+    parsePayload(part.substr(1), frame);
+}
+
+/// What stands behind # in every other frame.
+void parseClassicPart(std::string_view part, CandumpFrame& frame)
+{
+    frame.lengthCode = takeLengthCode(part);
+    if (frame.kind == FrameKind::DATA && part.starts_with('R')) {
         frame.kind = FrameKind::REMOTE;
-        parseRemoteLength(rest.substr(1), frame);
-        return;
+        parseRemoteLength(part.substr(1), frame);
+    } else {
+        parsePayload(part, frame);
     }
-    parsePayload(rest, frame);
+    if (frame.lengthCode != 0 && frame.lengthBytes != CLASSIC_PAYLOAD_MAX_BYTES) {
+        refuseLine("a length code stands behind 8 bytes only");
+    }
+}
+
+/// True for a line as a terminal shows it: behind time and interface stands no frame with a #, and somewhere a length in
+/// brackets.
+bool isScreenLine(std::string_view line)
+{
+    if (line.find('[') == std::string_view::npos) {
+        return false;
+    }
+    if (takeField(line).starts_with('(')) {
+        takeField(line);
+    }
+    return takeField(line).find('#') == std::string_view::npos;
+}
+
+Direction directionOf(std::string_view letter)
+{
+    if (letter.empty()) {
+        return Direction::UNKNOWN;
+    }
+    if (letter != "R" && letter != "T") {
+        refuseLine("something other than a direction letter follows the frame");
+    }
+    return letter == "R" ? Direction::RECEIVED : Direction::SENT;
 }
 
 void appendHex(std::string& text, uint32_t value, size_t digits)
@@ -173,28 +108,62 @@ CandumpError::CandumpError(size_t lineNumber, const std::string& reason)
 {
 }
 
-bool parseCandumpLine(std::string_view line, CandumpFrame& frame)
+void parseCandumpFrame(std::string_view text, CandumpFrame& frame)
 {
-    const std::string_view timestamp = takeField(line);
-    if (timestamp.empty()) {
+    const size_t mark = text.find('#');
+    if (mark == std::string_view::npos) {
+        refuseLine("the frame has no # between identifier and payload");
+    }
+    parseIdentifier(text.substr(0, mark), frame);
+    frame.isFd = false;
+    frame.fdFlags = 0;
+    frame.lengthCode = 0;
+    frame.lengthBytes = 0;
+    frame.payload.fill(0);
+    const std::string_view rest = text.substr(mark + 1);
+    if (rest.starts_with('#')) {
+        parseFdPart(rest.substr(1), frame);
+    } else {
+        parseClassicPart(rest, frame);
+    }
+}
+
+bool parseCandumpLine(std::string_view line, CandumpFrame& frame, LineDetails* details)
+{
+    LineDetails found;
+    std::string_view rest = line;
+    const std::string_view first = takeField(rest);
+    if (first.empty()) {
         return false;
     }
-    frame.timestampUs = parseTimestamp(timestamp);
-    frame.interfaceName = takeField(line);
+    const bool isScreen = isScreenLine(line);
+    found.hasTime = !isScreen || first.starts_with('(');
+    if (found.hasTime) {
+        parseTimestamp(first, frame, found);
+        frame.interfaceName = takeField(rest);
+    } else {
+        frame.timestampUs = 0;
+        frame.interfaceName = first;
+    }
     if (frame.interfaceName.empty()) {
-        refuse("the line ends behind the time stamp");
+        refuseLine("the line ends behind the time stamp");
     }
-    const std::string_view frameText = takeField(line);
+    const std::string_view behindInterface = rest;
+    const std::string_view frameText = takeField(rest);
     if (frameText.empty()) {
-        refuse("the line ends behind the interface");
+        refuseLine("the line ends behind the interface");
     }
-    parseFrame(frameText, frame);
-    const std::string_view direction = takeField(line);
-    if (!direction.empty() && direction != "R" && direction != "T") {
-        refuse("something other than a direction letter follows the frame");
+    if (isScreen) {
+        parseScreenFrame(behindInterface, frame, found);
+    } else {
+        parseCandumpFrame(frameText, frame);
+        found.direction = directionOf(takeField(rest));
+        if (!takeField(rest).empty()) {
+            refuseLine("something follows the direction letter");
+        }
     }
-    if (!takeField(line).empty()) {
-        refuse("something follows the direction letter");
+    if (details != nullptr) {
+        *details = found;
     }
     return true;
 }
@@ -218,7 +187,6 @@ std::string formatCandumpLine(const CandumpFrame& frame)
         if (frame.lengthBytes != 0) {
             appendHex(text, frame.lengthBytes, 1);
         }
-        return text;
     }
     if (frame.isFd) {
         text += '#';
@@ -227,17 +195,21 @@ std::string formatCandumpLine(const CandumpFrame& frame)
     for (const uint8_t byte : frame.data()) {
         appendHex(text, byte, 2);
     }
+    if (frame.lengthCode != 0) {
+        text += '_';
+        appendHex(text, frame.lengthCode, 1);
+    }
     return text;
 }
 
-bool CandumpReader::next(CandumpFrame& frame)
+bool CandumpReader::next(CandumpFrame& frame, LineDetails* details)
 {
     while (stream.getline(buffer.data(), static_cast<std::streamsize>(buffer.size()))) {
         ++line;
         // The count includes the line end, which the last line may lack.
         const auto count = static_cast<size_t>(stream.gcount());
         try {
-            if (parseCandumpLine({buffer.data(), stream.eof() ? count : count - 1}, frame)) {
+            if (parseCandumpLine({buffer.data(), stream.eof() ? count : count - 1}, frame, details)) {
                 return true;
             }
         } catch (const CandumpError& error) {

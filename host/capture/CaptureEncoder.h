@@ -3,6 +3,7 @@
 #include <capture/CaptureFrame.h>
 
 #include <cstdint>
+#include <string>
 #include <vector>
 
 namespace capture {
@@ -23,6 +24,9 @@ public:
 
     /// Appends what a file ends with. A file without it is complete all the same.
     virtual void finish(std::vector<uint8_t>& out) = 0;
+
+    /// Whole sentences on what the frames so far had in them that the format cannot hold; empty if it was nothing.
+    virtual std::vector<std::string> losses() const = 0;
 };
 
 } // namespace capture

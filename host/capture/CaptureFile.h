@@ -44,6 +44,9 @@ public:
     /// file lacks what has not been flushed.
     void finish();
 
+    /// What the frames had in them that the format cannot hold, as whole sentences.
+    std::vector<std::string> losses() const { return encoder->losses(); }
+
     /// Frames that are in the file.
     uint64_t framesWritten() const { return flushedFrames; }
 

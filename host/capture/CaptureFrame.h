@@ -6,15 +6,7 @@
 
 namespace capture {
 
-/// Which way a frame went, seen from the logger.
-enum class Direction : uint8_t
-{
-    UNKNOWN, ///< the capture does not say
-    RECEIVED,
-    SENT,
-};
-
-/// A frame of a capture, whatever its format: the fields of a log line, and what only a pcapng file can tell.
+/// A frame of a capture, whatever its format.
 struct CaptureFrame
 {
     CandumpFrame frame;

@@ -27,9 +27,12 @@ public:
     virtual std::vector<std::string> remarks() const = 0;
 };
 
-/// Chooses the reader by the first bytes of the capture: pcapng, else log lines.
+/// Chooses the reader by the first bytes of the capture: pcapng, else log lines. A byte-order mark in front of a log is
+/// skipped.
 ///
-/// @param input  positioned at its beginning; outlives the reader
+/// @param input  positioned at its beginning; outlives the reader; its buffer takes back the first FORMAT_MARK_BYTES
+///               bytes
+/// @throws CaptureError if they are those of a format that is not read; says which, and the remedy
 std::unique_ptr<CaptureReader> makeCaptureReader(std::istream& input);
 
 } // namespace capture

@@ -133,6 +133,7 @@ void PcapngEncoder::encode(const CaptureFrame& frame, std::vector<uint8_t>& out)
     Interface& interface = interfaceOf(frame.frame.interfaceName, out);
     ++interface.frames;
     interface.dropped += frame.droppedBefore;
+    fdMarks += frame.frame.isFd && (frame.frame.fdFlags & FD_FORMAT_FLAG) != 0 ? 1U : 0U;
     interface.lastNs = frame.frame.timestampUs * NS_PER_US + frame.nanoseconds;
 
     std::array<uint8_t, SOCKETCAN_MAX_BYTES> packet;
@@ -165,6 +166,15 @@ void PcapngEncoder::finish(std::vector<uint8_t>& out)
         appendOption(out, pcapng::STATISTICS_DROPPED, interface.dropped);
         block.endOptions();
     }
+}
+
+std::vector<std::string> PcapngEncoder::losses() const
+{
+    if (fdMarks == 0) {
+        return {};
+    }
+    return {"pcapng sets bit 2 of the flags of every CAN FD frame; that " + std::to_string(fdMarks) +
+            " frames had it in their digit is not kept"};
 }
 
 } // namespace capture

@@ -21,6 +21,7 @@ public:
     void begin(std::vector<uint8_t>& out) override;
     void encode(const CaptureFrame& frame, std::vector<uint8_t>& out) override;
     void finish(std::vector<uint8_t>& out) override;
+    std::vector<std::string> losses() const override;
 
 private:
     struct Interface
@@ -35,6 +36,7 @@ private:
 
     std::string applicationName;
     std::map<std::string, Interface> interfaces;
+    uint64_t fdMarks = 0; ///< frames whose flags marked CAN FD once more
 };
 
 } // namespace capture

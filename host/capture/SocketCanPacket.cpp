@@ -11,11 +11,12 @@ constexpr uint32_t REMOTE_FLAG = 0x40000000;
 constexpr uint32_t ERROR_FLAG = 0x20000000;
 constexpr uint32_t STANDARD_MASK = 0x7FF;
 constexpr uint32_t EXTENDED_MASK = 0x1FFFFFFF;
-constexpr uint8_t FD_FORMAT_FLAG = 0x04;
 constexpr uint8_t FD_FLAGS_MASK = 0x0F;
 constexpr size_t LENGTH_OFFSET = 4;
 constexpr size_t FLAGS_OFFSET = 5;
+constexpr size_t LENGTH_CODE_OFFSET = 7;
 constexpr uint8_t CLASSIC_MAX_BYTES = 8;
+constexpr uint8_t LENGTH_CODE_MAX = 15;
 /// Set in the length byte's place by frames of the third generation, which are not read here.
 constexpr uint8_t XL_FLAG = 0x80;
 
@@ -45,7 +46,7 @@ size_t encodeSocketCan(const CandumpFrame& frame, std::span<uint8_t, SOCKETCAN_M
     out[LENGTH_OFFSET] = frame.lengthBytes;
     out[FLAGS_OFFSET] = frame.isFd ? static_cast<uint8_t>(frame.fdFlags | FD_FORMAT_FLAG) : uint8_t{0};
     out[6] = 0;
-    out[7] = 0;
+    out[LENGTH_CODE_OFFSET] = frame.lengthCode;
     std::copy(data.begin(), data.end(), out.begin() + SOCKETCAN_HEADER_BYTES);
     return SOCKETCAN_HEADER_BYTES + data.size();
 }
@@ -71,6 +72,9 @@ std::string decodeSocketCan(std::span<const uint8_t> packet, CandumpFrame& frame
     frame.fdFlags = frame.isFd ? flags & FD_FLAGS_MASK & static_cast<uint8_t>(~FD_FORMAT_FLAG) : uint8_t{0};
     frame.payload.fill(0);
     frame.lengthBytes = length;
+    const uint8_t code = packet[LENGTH_CODE_OFFSET];
+    const bool isFullClassic = !frame.isFd && length == CLASSIC_MAX_BYTES;
+    frame.lengthCode = isFullClassic && code > CLASSIC_MAX_BYTES && code <= LENGTH_CODE_MAX ? code : uint8_t{0};
     if (length > (frame.isFd ? frame.payload.size() : CLASSIC_MAX_BYTES)) {
         return "the payload is longer than its kind of frame allows";
     }

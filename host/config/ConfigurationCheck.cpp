@@ -4,6 +4,7 @@
 #include <config/ErrorName.h>
 #include <config/NearestName.h>
 #include <logger/BoardKind.h>
+#include <wire/FdLength.h>
 
 #include <algorithm>
 #include <arpa/inet.h>
@@ -21,7 +22,6 @@ constexpr size_t CLASSIC_MAX_BYTES = 8;
 constexpr uint32_t US_PER_MS = 1000;
 constexpr uint32_t FINE_STEP_US = 100;
 constexpr uint32_t FINE_MAX_US = 900;
-constexpr std::array<size_t, 7> LONG_FD_BYTES{12, 16, 20, 24, 32, 48, 64};
 constexpr std::array<std::string_view, 2> CLOCKS{"fpgab", "fpgac"};
 
 bool isIpv4(const std::string& text)
@@ -154,9 +154,8 @@ std::vector<WrongField> check(const CyclicFrame& frame)
     if (bytes > CLASSIC_MAX_BYTES && !frame.fd) {
         wrong.push_back(
             {"payload", std::to_string(bytes) + " bytes need fd = true; a classic frame has at most 8"});
-    } else if (bytes > CLASSIC_MAX_BYTES && std::ranges::find(LONG_FD_BYTES, bytes) == LONG_FD_BYTES.end()) {
-        wrong.push_back({"payload", "a CAN FD frame has 0 to 8, 12, 16, 20, 24, 32, 48 or 64 bytes, not " +
-                                        std::to_string(bytes)});
+    } else if (!wire::isFdLength(bytes)) {
+        wrong.push_back({"payload", wire::noFdLength(bytes)});
     }
     return wrong;
 }

@@ -21,11 +21,8 @@ CaptureInput::CaptureInput(const std::string& path, StopSignal* stopSignal)
 {
     if (path == "-") {
         name = "standard input";
-        stream = &std::cin;
-        if (stop != nullptr) {
-            stoppable.rdbuf(&standardInput.emplace(*stop));
-            stream = &stoppable;
-        }
+        input.rdbuf(&standardInput.emplace(stop));
+        stream = &input;
     } else {
         file.open(path, std::ios::binary);
         // A directory can be opened, which shows only when it is read.
@@ -36,7 +33,11 @@ CaptureInput::CaptureInput(const std::string& path, StopSignal* stopSignal)
         const auto size = std::filesystem::file_size(path, unknown);
         sizeBytes = unknown ? 0 : static_cast<double>(size);
     }
-    reader = capture::makeCaptureReader(*stream);
+    try {
+        reader = capture::makeCaptureReader(*stream);
+    } catch (const capture::CaptureError& error) {
+        throw std::runtime_error(name + ": " + error.what());
+    }
 }
 
 bool CaptureInput::next(capture::CaptureFrame& frame)

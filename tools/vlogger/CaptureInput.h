@@ -19,9 +19,9 @@ class CaptureInput
 {
 public:
     /// @param path  "-": standard input
-    /// @throws std::system_error if the file cannot be opened
     /// @param stopSignal  ends the capture once it has come, also while standard input brings nothing; nullptr:
     ///                    nothing ends it early. Outlives this.
+    /// @throws std::system_error if the file cannot be opened; std::runtime_error if it is no capture, with the remedy
     explicit CaptureInput(const std::string& path, StopSignal* stopSignal = nullptr);
 
     /// @return false at the end, or once the user has stopped it
@@ -42,7 +42,7 @@ private:
     std::ifstream file;
     StopSignal* stop;
     std::optional<StandardInput> standardInput;
-    std::istream stoppable{nullptr};
+    std::istream input{nullptr}; ///< reads standardInput
     std::istream* stream;
     std::unique_ptr<capture::CaptureReader> reader;
     double sizeBytes = 0;

@@ -57,6 +57,9 @@ void convert(const Options& options, Context& context)
     if (refused != 0) {
         std::cerr << "vlogger: " << refused << " frames have a time that the format cannot hold" << std::endl;
     }
+    for (const std::string& loss : output.losses()) {
+        std::cerr << "vlogger: " << loss << std::endl;
+    }
     std::cerr << "vlogger: " << output.framesWritten() << " frames converted" << std::endl;
     context.exitCode = input.unreadable() + refused == 0 ? SUCCESS : LOSS;
 }
@@ -76,7 +79,8 @@ void addConvert(CLI::App& app, Context& context)
     addFormatOption(*command, options->format);
     command->footer(
         "\nWhat cannot be read is skipped, said and counted; the exit code is 3 then. A candump log has no\n"
-        "place for directions, nanoseconds and counts of lost frames.\n"
+        "place for directions, nanoseconds and counts of lost frames; what is left out is said.\n"
+        "What candump shows on a terminal is read as well, times of -t a included.\n"
         "\nExamples:\n"
         "  vlogger convert trip.log trip.pcapng\n"
         "  vlogger convert trip.pcapng - | head\n");

@@ -3,6 +3,7 @@
 #include "Usage.h"
 
 #include <capture/NumberText.h>
+#include <wire/FdLength.h>
 
 #include <algorithm>
 #include <array>
@@ -27,16 +28,20 @@ bool isExtended(uint8_t type)
 capture::CandumpFrame parseFrame(const std::string& text)
 {
     capture::CandumpFrame frame;
+    frame.interfaceName = nameOfChannel(0);
     if (text.empty()) {
         throw WrongUsage("a frame is empty; it is, for example, 123#DEADBEEF");
     }
+    if (text.find_first_of(" \t\r\n") != std::string::npos) {
+        throw WrongUsage("frame \"" + text + "\": it contains blanks");
+    }
     try {
-        if (text.find_first_of(" \t\r\n") != std::string::npos) {
-            throw WrongUsage("frame \"" + text + "\": it contains blanks");
-        }
-        (void)capture::parseCandumpLine("(0.000000) can0 " + text, frame);
+        capture::parseCandumpFrame(text, frame);
     } catch (const capture::CandumpError& error) {
         throw WrongUsage("frame \"" + text + "\": " + error.what());
+    }
+    if (frame.isFd && !wire::isFdLength(frame.lengthBytes)) {
+        throw WrongUsage("frame \"" + text + "\": " + wire::noFdLength(frame.lengthBytes));
     }
     return frame;
 }

@@ -12,7 +12,8 @@
 namespace tool {
 
 /// A frame as one writes it: 123#DEADBEEF, 1F334455#11.22, 123##1AABB, 123#R.
-/// @throws WrongUsage with the text and the reason
+/// @throws WrongUsage with the text and the reason; also for a CAN FD frame of a length that no bus can carry: filling
+///         it up, as other tools do, would send bytes that nobody has asked for
 capture::CandumpFrame parseFrame(const std::string& text);
 
 /// A channel as one writes it: 3 or can3.

@@ -20,6 +20,14 @@ CandumpFrame parsed(std::string_view line)
     return frame;
 }
 
+LineDetails detailsOf(std::string_view line)
+{
+    CandumpFrame frame;
+    LineDetails details;
+    EXPECT_TRUE(parseCandumpLine(line, frame, &details)) << line;
+    return details;
+}
+
 /// The reason with which a line is refused; empty if it is not.
 std::string refusalOf(std::string_view line)
 {
@@ -108,11 +116,43 @@ TEST(CandumpLineTest, LowerCaseDigitsAndDotsBetweenBytesAreTolerated)
     EXPECT_EQ(parsed("(1.000002) can0 1ab#de.ad.be.ef"), parsed("(1.000002) can0 1AB#DEADBEEF"));
 }
 
-TEST(CandumpLineTest, LengthCodeBehindAFrameIsIgnored)
+TEST(CandumpLineTest, LengthCodeBehindAFullClassicFrameIsKept)
 {
-    EXPECT_EQ(parsed("(1.000002) can0 123#1122334455667788_F"), parsed("(1.000002) can0 123#1122334455667788"));
-    EXPECT_EQ(parsed("(1.000002) can0 123#R8_9"), parsed("(1.000002) can0 123#R8"));
-    EXPECT_EQ(refusalOf("(1.000002) can0 123#1122334455667788_8"), "the payload is not pairs of hex digits");
+    const CandumpFrame frame = parsed("(1.000002) can0 123#1122334455667788_F");
+    EXPECT_EQ(frame.lengthCode, 15);
+    EXPECT_EQ(frame.lengthBytes, 8);
+    EXPECT_EQ(parsed("(1.000002) can0 123#1122334455667788").lengthCode, 0);
+}
+
+TEST(CandumpLineTest, LengthCodeBehindARemoteFrameIsKept)
+{
+    const CandumpFrame frame = parsed("(1.000002) can0 123#R8_9");
+    EXPECT_EQ(frame.kind, FrameKind::REMOTE);
+    EXPECT_EQ(frame.lengthCode, 9);
+    EXPECT_EQ(frame.lengthBytes, 8);
+}
+
+TEST(CandumpLineTest, LengthCodeThatCannotBeIsRefused)
+{
+    EXPECT_EQ(refusalOf("(1.0) can0 123#1122_F"), "a length code stands behind 8 bytes only");
+    EXPECT_EQ(refusalOf("(1.0) can0 123#R_8"), "the length of a remote frame is not 0 to 8");
+    EXPECT_EQ(refusalOf("(1.0) can0 123#R4_9"), "a length code stands behind 8 bytes only");
+    EXPECT_EQ(refusalOf("(1.0) can0 123#1122334455667788_8"), "the payload is not pairs of hex digits");
+    EXPECT_EQ(refusalOf("(1.0) can0 123##01122334455667788_F"), "the payload is not pairs of hex digits");
+}
+
+TEST(CandumpLineTest, DirectionLetterIsADetailOfTheLine)
+{
+    EXPECT_EQ(detailsOf("(1.000002) can0 123#0102 R").direction, Direction::RECEIVED);
+    EXPECT_EQ(detailsOf("(1.000002) can0 123#0102 T").direction, Direction::SENT);
+    EXPECT_EQ(detailsOf("(1.000002) can0 123#0102").direction, Direction::UNKNOWN);
+}
+
+TEST(CandumpLineTest, NanosecondsAreADetailOfTheLine)
+{
+    EXPECT_EQ(detailsOf("(3.000001999) can0 123#").nanoseconds, 999);
+    EXPECT_EQ(detailsOf("(3.0000015) can0 123#").nanoseconds, 500);
+    EXPECT_EQ(detailsOf("(3.000001) can0 123#").nanoseconds, 0);
 }
 
 TEST(CandumpLineTest, FractionsOfOtherLengthsMeanTheSameTime)
@@ -138,6 +178,9 @@ TEST(CandumpLineTest, EveryMalformedPartIsRefusedWithItsReason)
         {"can0 123#00", "the line does not begin with a time stamp in parentheses"},
         {"(", "the line does not begin with a time stamp in parentheses"},
         {"(1.000000 can0 123#00", "the line does not begin with a time stamp in parentheses"},
+        {"can0 123#00 [", "the line does not begin with a time stamp in parentheses"},
+        {"(2024-01-31 12:00:00.000000) can0 123#00",
+         "the time stamp is a date; candump shows one that can be read with -t a"},
         {"() can0 123#00", timestamp},
         {"(1) can0 123#00", timestamp},
         {"(1.) can0 123#00", timestamp},
@@ -191,7 +234,8 @@ TEST(CandumpLineTest, FormattingGivesExactlyTheCanonicalLine)
     for (const std::string line :
          {"(1700000000.000250) can0 1A4#0102030405060708", "(0.000000) can0 000#",
           "(12.900000) vcan12 18FEF100#FFFF", "(1.000001) can2 2B0##1AABBCC", "(1.000001) can2 00000001##F",
-          "(1.000001) can0 123#R", "(1.000001) can0 00000123#R8", "(1.000001) can0 20000004#0008000000000000"}) {
+          "(1.000001) can0 123#R", "(1.000001) can0 00000123#R8", "(1.000001) can0 123#R8_E",
+          "(1.000001) can0 123#1122334455667788_9", "(1.000001) can0 20000004#0008000000000000"}) {
         EXPECT_EQ(formatCandumpLine(parsed(line)), line);
     }
 }

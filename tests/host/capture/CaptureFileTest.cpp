@@ -148,4 +148,21 @@ TEST_F(CaptureFileTest, AfterRoomWasMadeItGoesOnBehindTheLastWholeFrame)
     EXPECT_EQ(directory.read("a.log"), "(1.000000) can0 000#\n(1.000001) can0 001#\n(1.000002) can0 002#\n");
 }
 
+TEST_F(CaptureFileTest, LogTellsWhatItHasNoPlaceFor)
+{
+    CaptureFile sut(directory.path("a.log"), Format::CANDUMP, "");
+    sut.write(frame(0));
+    EXPECT_TRUE(sut.losses().empty());
+    CaptureFrame full = frame(1);
+    full.direction = Direction::SENT;
+    sut.write(full);
+    full.nanoseconds = 1;
+    full.droppedBefore = 7;
+    sut.write(full);
+    EXPECT_EQ(sut.losses(), (std::vector<std::string>{
+                                "a log has no place for a direction, which 2 frames had",
+                                "a log has no place for nanoseconds, which 1 frames had",
+                                "a log has no place for the count of frames lost before one, which 1 frames had"}));
+}
+
 } // namespace capture

@@ -42,9 +42,12 @@ TEST(SocketCanPacketTest, EachKindOfFrameHasItsBytes)
         {"1F334455#11", {0x9F, 0x33, 0x44, 0x55, 1, 0, 0, 0, 0x11}},
         {"123#R4", {0x40, 0, 0x01, 0x23, 4, 0, 0, 0}},
         {"00000123#R", {0xC0, 0, 0x01, 0x23, 0, 0, 0, 0}},
+        {"123#R8_9", {0x40, 0, 0x01, 0x23, 8, 0, 0, 9}},
+        {"123#1122334455667788_F", {0, 0, 0x01, 0x23, 8, 0, 0, 15, 0x11, 0x22, 0x33, 0x44, 0x55, 0x66, 0x77, 0x88}},
         {"20000004#00", {0x20, 0, 0, 0x04, 1, 0, 0, 0, 0}},
         {"123##1AA", {0, 0, 0x01, 0x23, 1, 5, 0, 0, 0xAA}},
         {"1F334455##2", {0x9F, 0x33, 0x44, 0x55, 0, 6, 0, 0}},
+        {"123##B", {0, 0, 0x01, 0x23, 0, 15, 0, 0}},
     };
     for (const auto& [text, bytes] : cases) {
         EXPECT_EQ(packetOf(text), bytes) << text;
@@ -77,6 +80,18 @@ TEST(SocketCanPacketTest, PaddingOfTheKernelIsAccepted)
     CandumpFrame frame = frameOf("7FF#");
     EXPECT_EQ(decodeSocketCan(Bytes{0, 0, 1, 0x23, 1, 0, 0, 0, 0xAA, 0, 0, 0, 0, 0, 0, 0}, frame), "");
     EXPECT_EQ(frame, frameOf("123#AA"));
+}
+
+TEST(SocketCanPacketTest, LengthCodeThatCannotBeIsIgnored)
+{
+    CandumpFrame frame;
+    for (const Bytes& packet :
+         {Bytes{0, 0, 1, 0x23, 8, 0, 0, 16, 1, 2, 3, 4, 5, 6, 7, 8},
+          Bytes{0, 0, 1, 0x23, 8, 0, 0, 8, 1, 2, 3, 4, 5, 6, 7, 8}, Bytes{0, 0, 1, 0x23, 1, 0, 0, 15, 1},
+          Bytes{0, 0, 1, 0x23, 8, 4, 0, 15, 1, 2, 3, 4, 5, 6, 7, 8}}) {
+        EXPECT_EQ(decodeSocketCan(packet, frame), "");
+        EXPECT_EQ(frame.lengthCode, 0);
+    }
 }
 
 TEST(SocketCanPacketTest, FullSizedPacketWithoutTheFlagIsStillFd)

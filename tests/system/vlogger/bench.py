@@ -68,8 +68,8 @@ class Bench(unittest.TestCase):
             return file.read()
 
     def start(self, *command, **options):
-        streams = {name: subprocess.PIPE for name in ("stdin", "stdout", "stderr")}
-        child = subprocess.Popen(command, env=self.environment, text=True, **{**streams, **options})
+        streams = {**{name: subprocess.PIPE for name in ("stdin", "stdout", "stderr")}, "text": True}
+        child = subprocess.Popen(command, env=self.environment, **{**streams, **options})
         self.children.append(child)
         return child
 

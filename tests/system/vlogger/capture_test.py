@@ -1,6 +1,7 @@
 #!/usr/bin/env python3
 """The commands record, replay and convert."""
 
+import gzip
 import os
 import subprocess
 import sys
@@ -96,12 +97,66 @@ class CaptureTest(Bench):
         self.run_tool("convert", self.path("out.pcapng"), self.path("out.log"))
         self.assertGreaterEqual(len(self.read("out.log").splitlines()), 3000)
 
+    def convert(self, text, output="-"):
+        """Converts a log to pcapng and that to a log again; returns the log and what both said."""
+        first = self.run_tool("convert", self.write("in.log", text), self.path("out.pcapng"))
+        second = self.run_tool("convert", self.path("out.pcapng"), output)
+        return second.stdout, first.stderr, second.stderr
+
+    def test_log_comes_back_from_pcapng_with_all_it_can_hold(self):
+        text = ("(1.000000) can0 123#1122334455667788_F\n(1.000000) can0 123#R8_9\n(1.000000) can0 123#R4\n"
+                "(1.000000) can1 18FEF100##BAABB\n(1.000000) can1 20000004#0008000000000000\n")
+        self.assertEqual(self.convert(text), (text, "vlogger: 5 frames converted\n", "vlogger: 5 frames converted\n"))
+
+    def test_what_a_format_cannot_hold_is_counted_at_the_end(self):
+        log, first, second = self.convert("(1.000000001) can0 123##5AA T\n(2.0) can0 123##1AA\n")
+        self.assertEqual(log, "(1.000000) can0 123##1AA\n(2.000000) can0 123##1AA\n")
+        self.assertEqual(first, "vlogger: pcapng sets bit 2 of the flags of every CAN FD frame; that 1 frames had it in "
+                                "their digit is not kept\nvlogger: 2 frames converted\n")
+        self.assertEqual(second, "vlogger: a log has no place for a direction, which 1 frames had\n"
+                                 "vlogger: a log has no place for nanoseconds, which 1 frames had\n"
+                                 "vlogger: 2 frames converted\n")
+
+    def test_what_dump_shows_is_read_as_a_capture(self):
+        self.serve()
+        dump = self.start(VLOGGER, "dump", "-t", "a", "-x", "-n", "4", "can0", "can1")
+        while not self.stages("monitor"):
+            pass
+        self.run_tool("send", "can0", "123#DEADBEEF", "1F334455##0")
+        shown, _ = dump.communicate(timeout=LIMIT_S)
+        done = self.run_tool("convert", "-", "-", input=shown)
+        self.assertEqual([line.split(" ", 1)[1] for line in done.stdout.splitlines()],
+                         ["can0 123#DEADBEEF", "can1 123#DEADBEEF", "can0 1F334455##0", "can1 1F334455##0"])
+        self.assertIn("a direction, which 4 frames had", done.stderr)
+
+    def test_capture_of_another_format_is_named_before_anything_is_written(self):
+        self.write("out.log", "precious\n")
+        packed = self.path("in.log.gz")
+        with gzip.open(packed, "wt", encoding="utf-8") as file:
+            file.write(generated_log(3))
+        done = self.run_tool("convert", packed, self.path("out.log"), code=1)
+        self.assertEqual(done.stderr, f"vlogger: {packed}: this file is compressed with gzip; unpack it first: "
+                                      "gunzip -c FILE | vlogger COMMAND -\n")
+        self.assertEqual(self.read("out.log"), "precious\n")
+
+    def test_capture_that_comes_byte_by_byte_is_read(self):
+        self.run_tool("convert", self.write("in.log", generated_log(3)), self.path("in.pcapng"))
+        with open(self.path("in.pcapng"), "rb") as file:
+            captures = (file.read(), generated_log(3).encode())
+        for capture in captures:
+            child = self.start(VLOGGER, "convert", "-", "-", text=False, bufsize=0)
+            for place in range(len(capture)):
+                child.stdin.write(capture[place:place + 1])
+            out, _ = child.communicate(timeout=LIMIT_S)
+            self.assertEqual(out.decode(), generated_log(3))
+
     def test_unreadable_places_are_said_and_skipped(self):
         log = self.write("in.log", "(1.000000) can0 001#\nnonsense\n(2.000000) can0 002#AA R\n")
         done = self.run_tool("convert", log, "-", code=3)
         self.assertEqual(done.stdout, "(1.000000) can0 001#\n(2.000000) can0 002#AA\n")
         self.assertEqual(done.stderr, f"vlogger: {log}: line 2: the line does not begin with a time stamp in "
-                                      "parentheses\nvlogger: 2 frames converted\n")
+                                      "parentheses\nvlogger: a log has no place for a direction, which 1 frames had\n"
+                                      "vlogger: 2 frames converted\n")
 
 
 if __name__ == "__main__":

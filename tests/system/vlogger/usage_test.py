@@ -62,6 +62,11 @@ class UsageTest(Bench):
         self.assertEqual(self.complaint("send", "can0", ""),
                          "vlogger: a frame is empty; it is, for example, 123#DEADBEEF")
 
+    def test_fd_frame_of_a_length_that_no_bus_can_carry_is_not_sent(self):
+        self.assertEqual(self.complaint("send", "can0", "123##0112233445566778899"),
+                         'vlogger: frame "123##0112233445566778899": a CAN FD frame has 0 to 8, 12, 16, 20, 24, 32, 48 '
+                         'or 64 bytes, not 9')
+
     def test_directory_is_named_where_a_file_is_wanted(self):
         self.serve()
         for command in (("replay", self.directory), ("convert", self.directory, "-"),

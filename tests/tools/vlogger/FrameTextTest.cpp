@@ -36,9 +36,22 @@ TEST(FrameTextTest, FrameThatCannotBeIsRefusedWithItsReason)
         {"", "a frame is empty; it is, for example, 123#DEADBEEF"},
         {"123# 00", "frame \"123# 00\": it contains blanks"},
         {"12#00", "frame \"12#00\": the identifier has neither three nor eight hex digits"},
+        {"123##0001122334455667788", "frame \"123##0001122334455667788\": a CAN FD frame has 0 to 8, 12, 16, 20, "
+                                     "24, 32, 48 or 64 bytes, not 9"},
+        {"123##0" + std::string(126, '5'),
+         "frame \"123##0" + std::string(126, '5') +
+             "\": a CAN FD frame has 0 to 8, 12, 16, 20, 24, 32, 48 or 64 bytes, not 63"},
+        {"123", "frame \"123\": the frame has no # between identifier and payload"},
         {"123#0", "frame \"123#0\": the payload is not pairs of hex digits"}};
     for (const auto& [text, refusal] : cases) {
         EXPECT_EQ(refusalOf([&frame = text] { parseFrame(frame); }), refusal);
+    }
+}
+
+TEST(FrameTextTest, EveryLengthThatAnFdFrameCanHaveIsTaken)
+{
+    for (const size_t bytes : {0U, 1U, 8U, 12U, 16U, 20U, 24U, 32U, 48U, 64U}) {
+        EXPECT_EQ(parseFrame("123##0" + std::string(2 * bytes, 'A')).lengthBytes, bytes);
     }
 }
 
