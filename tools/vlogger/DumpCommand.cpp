@@ -113,7 +113,8 @@ void addDump(CLI::App& app, Context& context)
 {
     const auto options = std::make_shared<Options>();
     CLI::App* const command = app.add_subcommand("dump", "Show the frames that cross the buses");
-    command->add_option("FILTER", options->filters, "can0 | can0,ID:MASK | can0,ID~MASK | any,…; none: everything");
+    command->add_option("FILTER", options->filters,
+                        "can0 | can0,ID:MASK | can0,ID~MASK | can0,#ERRORMASK | any,…; none: everything");
     command->add_option("-n,--count", options->count, "End after so many frames")
         ->transform(wholeNumber(1))
         ->type_name("N");
@@ -127,6 +128,7 @@ void addDump(CLI::App& app, Context& context)
         "\nA frame shows once per channel: as sent by one, as received by every other on its bus.\n"
         "A filter matches if identifier & MASK is ID & MASK; with ~ if not. An ID of eight digits is a\n"
         "29-bit identifier. Of several behind one channel one has to match; with j at the end, all.\n"
+        "Error frames match #ERRORMASK; on the buses of a virtual logger there are none.\n"
         "\nExamples:\n"
         "  vlogger dump -t a -x\n"
         "  vlogger dump can0 can1,100:7F0,18FEF100:1FFFFF00\n"

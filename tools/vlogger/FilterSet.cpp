@@ -48,6 +48,8 @@ FilterSet::FilterSet(const std::vector<std::string>& texts)
         for (size_t i = 1; i < parts.size(); ++i) {
             if (parts[i] == "j" || parts[i] == "J") {
                 entry.isJoined = true;
+            } else if (parts[i].starts_with('#')) {
+                entry.errorMask = parseErrorMask(parts[i]);
             } else {
                 entry.rules.push_back(parseRule(parts[i]));
             }
@@ -59,6 +61,15 @@ FilterSet::FilterSet(const std::vector<std::string>& texts)
     }
 }
 
+uint32_t FilterSet::parseErrorMask(const std::string& text)
+{
+    const auto mask = capture::wholeNumberOf<uint32_t>(std::string_view(text).substr(1), 16);
+    if (!mask) {
+        throw WrongUsage("filter \"" + text + "\": behind # stands a mask of error classes in hex digits");
+    }
+    return *mask;
+}
+
 FilterSet::Rule FilterSet::parseRule(const std::string& text)
 {
     const size_t middle = text.find_first_of(":~");
@@ -68,7 +79,8 @@ FilterSet::Rule FilterSet::parseRule(const std::string& text)
                           ? std::nullopt
                           : capture::wholeNumberOf<uint32_t>(std::string_view(text).substr(middle + 1), 16);
     if (!value || !mask) {
-        throw WrongUsage("filter \"" + text + "\": it is not identifier:mask or identifier~mask in hex digits");
+        throw WrongUsage("filter \"" + text +
+                         "\": it is not identifier:mask, identifier~mask or #errormask in hex digits");
     }
     const bool isLong = digits.size() == EXTENDED_DIGITS;
     return {.value = *value | (isLong ? EXTENDED_FLAG : 0),
@@ -83,13 +95,19 @@ bool FilterSet::shows(uint8_t channel, const capture::CandumpFrame& frame) const
     }
     const uint32_t word = frame.id | (frame.isExtended ? EXTENDED_FLAG : 0) |
                           (frame.kind == capture::FrameKind::REMOTE ? REMOTE_FLAG : 0);
+    const bool isError = frame.kind == capture::FrameKind::ERROR;
     return std::ranges::any_of(entries, [&](const Entry& entry) {
         const auto matches = [word](const Rule& rule) {
             return ((word & rule.mask) == (rule.value & rule.mask)) != rule.isInverted;
         };
-        return entry.channels.test(channel) &&
-               (entry.rules.empty() || (entry.isJoined ? std::ranges::all_of(entry.rules, matches)
-                                                       : std::ranges::any_of(entry.rules, matches)));
+        if (!entry.channels.test(channel)) {
+            return false;
+        }
+        if (isError) {
+            return (frame.id & entry.errorMask) != 0;
+        }
+        return entry.rules.empty() || (entry.isJoined ? std::ranges::all_of(entry.rules, matches)
+                                                      : std::ranges::any_of(entry.rules, matches));
     });
 }
 

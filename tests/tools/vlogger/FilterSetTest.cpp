@@ -91,6 +91,43 @@ TEST(FilterSetTest, RemoteBitInTheMaskTellsRemoteFrames)
     EXPECT_FALSE(shows({"can0,40000000:40000000"}, 0, "00000123#"));
 }
 
+TEST(FilterSetTest, ErrorMaskShowsErrorFramesOfItsClasses)
+{
+    EXPECT_TRUE(shows({"can0,#FFFFFFFF"}, 0, "20000004#00"));
+    EXPECT_TRUE(shows({"can0,#4"}, 0, "20000004#00"));
+    EXPECT_FALSE(shows({"can0,#8"}, 0, "20000004#00"));
+    EXPECT_FALSE(shows({"can1,#FFFFFFFF"}, 0, "20000004#00"));
+}
+
+TEST(FilterSetTest, ErrorMaskAloneShowsAllOtherFramesToo)
+{
+    EXPECT_TRUE(shows({"can0,#FFFFFFFF"}, 0, "123#00"));
+}
+
+TEST(FilterSetTest, ErrorMaskBesideRulesLeavesThemAsTheyAre)
+{
+    EXPECT_TRUE(shows({"can0,123:7FF,#FF"}, 0, "123#00"));
+    EXPECT_FALSE(shows({"can0,123:7FF,#FF"}, 0, "124#00"));
+    EXPECT_TRUE(shows({"can0,123:7FF,#FF"}, 0, "20000004#00"));
+    EXPECT_TRUE(shows({"can0,0~0,#FF"}, 0, "20000004#00"));
+    EXPECT_FALSE(shows({"can0,0~0,#FF"}, 0, "123#00"));
+}
+
+TEST(FilterSetTest, RulesWithoutAnErrorMaskShowNoErrorFrame)
+{
+    EXPECT_FALSE(shows({"can0"}, 0, "20000004#00"));
+    EXPECT_FALSE(shows({"can0,0:0"}, 0, "20000004#00"));
+    EXPECT_TRUE(shows({}, 0, "20000004#00"));
+}
+
+TEST(FilterSetTest, ErrorMaskThatIsNoneIsRefused)
+{
+    for (const std::string mask : {"#", "#x", "#1FFFFFFFF", "#-1"}) {
+        EXPECT_EQ(refusalOfFilter("can0," + mask),
+                  "filter \"" + mask + "\": behind # stands a mask of error classes in hex digits");
+    }
+}
+
 TEST(FilterSetTest, ChannelThatIsNoneIsRefused)
 {
     EXPECT_EQ(refusalOfFilter("can256"), "filter \"can256\": \"can256\" is no channel (can0 to can255, any)");
@@ -103,7 +140,8 @@ TEST(FilterSetTest, RuleThatCannotBeIsRefused)
     for (const std::string rule :
          {"", "123", "123:", ":7FF", "x:7FF", "123:x", "123456789:1", "123:7FF:1", "-1:1"}) {
         EXPECT_EQ(refusalOfFilter("can0," + rule),
-                  "filter \"" + rule + "\": it is not identifier:mask or identifier~mask in hex digits");
+                  "filter \"" + rule +
+                      "\": it is not identifier:mask, identifier~mask or #errormask in hex digits");
     }
 }
 
