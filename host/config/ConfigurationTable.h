@@ -3,7 +3,6 @@
 #include <config/ConfigurationKey.h>
 
 #include <span>
-#include <string>
 #include <string_view>
 
 /// The one list of everything that a configuration file may hold: read, shown, explained and checked from here.
@@ -32,7 +31,20 @@ constexpr std::string_view PEER = "peer";
 constexpr std::string_view FAULTS = "faults";
 constexpr std::string_view EVENT = "event";
 
-/// The reference of all keys in Markdown: a heading and a table per table of the file.
-std::string markdownReference();
+/// Calls `take(path, isRepeated, keys)` for each table of a file: "node.answer" is repeated as [[node.answer]].
+template <typename Take>
+void forEachTable(Take take)
+{
+    take("board", false, boardKeys());
+    take("wiring", false, wiringKeys());
+    take("queues", false, queueKeys());
+    take("addresses", false, addressKeys());
+    take("node", true, nodeKeys());
+    take("node.answer", true, answerKeys());
+    take("node.cyclic", true, cyclicKeys());
+    take("peer", true, peerKeys());
+    take("faults", false, faultKeys());
+    take("faults.event", true, faultEventKeys());
+}
 
 } // namespace config

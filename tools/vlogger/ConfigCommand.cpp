@@ -3,8 +3,9 @@
 
 #include <config/ConfigurationError.h>
 #include <config/ConfigurationReader.h>
-#include <config/ConfigurationTable.h>
+#include <config/ConfigurationReference.h>
 #include <config/ConfigurationWriter.h>
+#include <config/JsonList.h>
 #include <config/ValueText.h>
 
 #include <iostream>
@@ -22,13 +23,24 @@ struct Options
 
 std::string mistakesJson(const std::vector<config::Mistake>& mistakes)
 {
-    std::string text = R"({"mistakes":[)";
-    for (const config::Mistake& mistake : mistakes) {
-        text.append(&mistake == mistakes.data() ? "" : ",").append(R"({"line":)");
-        text.append(std::to_string(mistake.line)).append(R"(,"column":)").append(std::to_string(mistake.column));
-        text.append(R"(,"text":)").append(config::quotedText(mistake.text)).append("}");
+    std::string text;
+    {
+        config::JsonList root(text, '{', '}');
+        root.name("mistakes");
+        config::JsonList list(text, '[', ']');
+        for (const config::Mistake& mistake : mistakes) {
+            list.next();
+            config::JsonList object(text, '{', '}');
+            const auto add = [&](std::string_view name, const std::string& value) {
+                object.name(name);
+                text += value;
+            };
+            add("line", std::to_string(mistake.line));
+            add("column", std::to_string(mistake.column));
+            add("text", config::quotedText(mistake.text));
+        }
     }
-    return text + "]}";
+    return text;
 }
 
 void addShow(CLI::App& parent, Context& context)
@@ -75,9 +87,11 @@ void addCheck(CLI::App& parent, Context& context)
 
 void addKeys(CLI::App& parent, Context& context)
 {
+    const auto options = std::make_shared<Options>();
     CLI::App* const command = parent.add_subcommand("keys", "Print what every key means, as Markdown");
-    command->callback([&context] {
-        std::cout << config::markdownReference() << std::flush;
+    command->add_flag("--json", options->isJson, "As one JSON object instead");
+    command->callback([options, &context] {
+        std::cout << (options->isJson ? config::jsonReference() + "\n" : config::markdownReference()) << std::flush;
         context.exitCode = SUCCESS;
     });
 }
@@ -90,7 +104,8 @@ void addConfig(CLI::App& app, Context& context)
     command->require_subcommand(1);
     command->footer("\nExamples:\n"
                     "  vlogger config show > bench.toml\n"
-                    "  vlogger config check bench.toml\n");
+                    "  vlogger config check bench.toml\n"
+                    "  vlogger config keys --json\n");
     addShow(*command, context);
     addCheck(*command, context);
     addKeys(*command, context);

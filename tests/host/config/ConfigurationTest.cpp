@@ -1,6 +1,6 @@
 #include <config/ConfigurationCheck.h>
 #include <config/ConfigurationReader.h>
-#include <config/ConfigurationTable.h>
+#include <config/ConfigurationReference.h>
 #include <config/ConfigurationWriter.h>
 #include <config/ErrorName.h>
 #include <config/HexBytes.h>
@@ -454,6 +454,17 @@ TEST(ConfigurationTest, ReferenceInTheDocumentsIsThatOfTheCode)
     ASSERT_NE(from, std::string::npos) << "docs/configuration.md has no place for the keys";
     const size_t first = from + begin.size();
     EXPECT_EQ(document.substr(first, document.find(end) - first), markdownReference());
+}
+
+TEST(ConfigurationTest, ReferenceAsJsonHasEveryKeyOfATable)
+{
+    const std::string reference = jsonReference();
+    const std::string faults =
+        R"({"table":"faults","repeated":false,"keys":[{"key":"seed","type":"number","least":0,"most":4294967295,)"
+        R"("default":1,"meaning":"draws the times; the same seed gives the same times"}]})";
+    EXPECT_NE(reference.find("," + faults + ","), std::string::npos) << reference;
+    EXPECT_TRUE(reference.starts_with(R"({"tables":[{"table":"board",)")) << reference;
+    EXPECT_TRUE(reference.ends_with("]}]}")) << reference;
 }
 
 TEST(NearestNameTest, FewestTypingErrorsWin)
