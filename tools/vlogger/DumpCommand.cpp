@@ -5,6 +5,7 @@
 #include "JsonText.h"
 #include "MonitorReader.h"
 #include "OptionCheck.h"
+#include "TimeLimit.h"
 
 #include <cstdio>
 #include <iostream>
@@ -23,6 +24,7 @@ struct Options
     bool isJson = false;
     bool hasDirection = false;
     std::string time;
+    double seconds = 0;
 };
 
 /// Puts out frames in the form that the user has asked for.
@@ -80,12 +82,16 @@ void dump(const Options& options, Context& context)
     const FilterSet filters(options.filters);
     MonitorReader monitor(LoggerClient(context.socket), filters.channels());
     Printer printer(options);
+    const TimeLimit limit(options.seconds);
     uint64_t shown = 0;
     uint64_t missed = 0;
     bool hasLoggerGone = false;
     while (shown < options.count && std::cout) {
+        if (limit.isOver()) {
+            monitor.finish();
+        }
         wire::MonitorEvent event;
-        const auto result = monitor.next(event, stop, -1);
+        const auto result = monitor.next(event, stop, limit.remainingMs(-1));
         if (result == MonitorReader::Result::QUIET) {
             std::cout.flush();
         } else if (result != MonitorReader::Result::EVENT) {
@@ -118,6 +124,7 @@ void addDump(CLI::App& app, Context& context)
     command->add_option("-n,--count", options->count, "End after so many frames")
         ->transform(wholeNumber(1))
         ->type_name("N");
+    addSecondsOption(*command, options->seconds);
     command->add_option("-t,--time", options->time, "Time: a absolute, d since the last frame, z since the first")
         ->check(CLI::IsMember({"a", "d", "z"}))
         ->type_name("a|d|z");

@@ -14,7 +14,12 @@ constexpr size_t BUFFER_BYTES = 65536;
 } // namespace
 
 MonitorReader::MonitorReader(const LoggerClient& client, const wire::ChannelSet& channels)
-    : stream(client.openMonitor(channels)), offsetUs(client.offsetUs()), buffer(BUFFER_BYTES)
+    : MonitorReader(client.openMonitor(channels), client.offsetUs())
+{
+}
+
+MonitorReader::MonitorReader(wire::FileDescriptor monitorStream, uint64_t timeOffsetUs)
+    : stream(std::move(monitorStream)), offsetUs(timeOffsetUs), buffer(BUFFER_BYTES)
 {
 }
 
@@ -25,9 +30,7 @@ MonitorReader::Result MonitorReader::next(wire::MonitorEvent& event, StopSignal&
             return Result::QUIET;
         }
         if (!isFinishing && stop.wait(stream.get(), limitMs)) {
-            // What has crossed the buses before the signal is still on its way.
-            ::shutdown(stream.get(), SHUT_WR);
-            isFinishing = true;
+            finish();
         }
         const ssize_t count = ::recv(stream.get(), buffer.data(), buffer.size(), isFinishing ? 0 : MSG_DONTWAIT);
         if (count < 0 && (errno == EAGAIN || errno == EINTR)) {
@@ -41,6 +44,15 @@ MonitorReader::Result MonitorReader::next(wire::MonitorEvent& event, StopSignal&
     }
     event.frame.timestampUs += offsetUs;
     return Result::EVENT;
+}
+
+void MonitorReader::finish()
+{
+    if (!isFinishing) {
+        // What has crossed the buses by now may still be on its way; this asks for it and for the end.
+        ::shutdown(stream.get(), SHUT_WR);
+        isFinishing = true;
+    }
 }
 
 } // namespace tool

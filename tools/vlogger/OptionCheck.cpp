@@ -85,4 +85,11 @@ double speedOf(std::string_view text)
     return text == SPEED_UNLIMITED ? 0 : capture::decimalNumberOf(text).value_or(1);
 }
 
+void addSecondsOption(CLI::App& command, double& chosen)
+{
+    command.add_option("--seconds", chosen, "End after so many seconds")
+        ->check(secondsAboveZero())
+        ->type_name("S");
+}
+
 } // namespace tool

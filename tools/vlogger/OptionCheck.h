@@ -31,4 +31,7 @@ CLI::Validator speedFactor();
 /// @return 0 for max
 double speedOf(std::string_view text);
 
+/// Adds --seconds to a command that takes frames for a while.
+void addSecondsOption(CLI::App& command, double& chosen);
+
 } // namespace tool

@@ -3,6 +3,8 @@
 
 import gzip
 import os
+import signal
+import socket
 import subprocess
 import sys
 
@@ -149,6 +151,22 @@ class CaptureTest(Bench):
                 child.stdin.write(capture[place:place + 1])
             out, _ = child.communicate(timeout=LIMIT_S)
             self.assertEqual(out.decode(), generated_log(3))
+
+    def test_each_frame_is_written_by_itself_however_many_one_read_brings(self):
+        self.serve()
+        ours, theirs = socket.socketpair(socket.AF_UNIX, socket.SOCK_SEQPACKET)
+        ours.settimeout(LIMIT_S)
+        with ours, theirs:
+            recorder = self.start(VLOGGER, "record", "--format", "log", "-", "can0", stdout=theirs)
+            recorder.stderr.readline()
+            recorder.send_signal(signal.SIGSTOP)
+            os.waitpid(recorder.pid, os.WUNTRACED)
+            log = self.write("in.log", generated_log(1000))
+            self.run_tool("replay", log, "--map", "can2=0", "--map", "can4=0", "--speed", "max")
+            recorder.send_signal(signal.SIGCONT)
+            writes = [ours.recv(65536).decode() for _ in range(1000)]
+        self.assert_same_lines([" ".join(write.split(" ")[2:]) for write in writes],
+                               [line.split()[2] + "\n" for line in self.read("in.log").splitlines()])
 
     def test_unreadable_places_are_said_and_skipped(self):
         log = self.write("in.log", "(1.000000) can0 001#\nnonsense\n(2.000000) can0 002#AA R\n")

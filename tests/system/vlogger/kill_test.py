@@ -1,7 +1,9 @@
 #!/usr/bin/env python3
 """Any party of a bench is killed."""
 
+import os
 import signal
+import subprocess
 
 from bench import LIMIT_S, VLOGGER, Bench, generated_log, main
 
@@ -48,6 +50,34 @@ class KillTest(Bench):
         replay.kill()
         self.await_line(receiver, "done")
         self.assertEqual(receiver.wait(LIMIT_S), 0)
+
+    def test_recording_that_is_killed_under_load_has_the_first_frames_without_a_gap(self):
+        self.serve()
+        log = self.write("in.log", generated_log(30000))
+        sent = [line.split()[2] for line in self.read("in.log").splitlines()]
+        for name in ("out.log", "out.pcapng"):
+            recorder = self.record(self.path(name), "can0")
+            replay = self.start(VLOGGER, "replay", log, "--map", "can2=0", "--map", "can4=0", "--loop", "0", "--speed",
+                                "max", stderr=subprocess.DEVNULL)
+            while os.path.getsize(self.path(name)) < 10 ** 6:
+                pass
+            self.assertIsNone(replay.poll())
+            recorder.kill()
+            recorder.wait()
+            replay.kill()
+            replay.wait()
+            self.assert_first_of(sent, self.path(name))
+
+    def assert_first_of(self, sent, capture):
+        """The capture holds what was sent, from the first on, over and over; its last frame may be torn."""
+        done = subprocess.run((VLOGGER, "convert", capture, "-", "--format", "log"), capture_output=True, text=True,
+                              timeout=LIMIT_S, check=False)
+        frames = [line.split()[2] for line in done.stdout.splitlines()]
+        self.assertGreater(len(frames), 10000)
+        self.assert_same_lines(frames, [sent[place % len(sent)] for place in range(len(frames))])
+        torn = done.stderr.splitlines()[:-1]
+        self.assertEqual((done.returncode, len(torn)), (3, 1) if torn else (0, 0), done.stderr)
+        self.assertEqual(done.stderr.splitlines()[-1], f"vlogger: {len(frames)} frames converted")
 
     def test_recording_has_what_came_before_the_virtual_logger_was_killed(self):
         logger = self.serve()

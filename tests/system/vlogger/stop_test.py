@@ -68,6 +68,12 @@ class StopTest(Bench):
         self.assertEqual(dump.returncode, 0)
         self.assertEqual(len(out.splitlines()), FRAMES)
 
+    def test_dump_ends_with_its_time(self):
+        self.serve()
+        dump = self.start(VLOGGER, "dump", "--seconds", "0.001", "can0")
+        out, err = dump.communicate(timeout=LIMIT_S)
+        self.assertEqual((dump.returncode, out, err), (0, "", ""))
+
     def test_loss_before_the_signal_is_said(self):
         self.serve("--config", self.write("bench.toml", "[queues]\nstream_bytes = 4096\nstall_limit_ms = 20\n"))
         recorder = self.record(self.path("out.log"), "can0")
