@@ -4,10 +4,10 @@
 #include <can/CanTraceRecord.h>
 #include <can/MsgRxHandlerDevice.h>
 #include <can/ReceiverIndex.h>
+#include <can/WatchSet.h>
 
 #include <vqutil/VQException.h>
 
-#include <algorithm>
 #include <cerrno>
 #include <cstring>
 #include <ctime>
@@ -56,20 +56,15 @@ void MsgRxHandler::threadCode()
     }
 
     // Every device is watched, the inactive ones too: a ready one ends the wait although nothing is read from it.
-    fd_set watchSet;
-    FD_ZERO(&watchSet);
-    int highestFd = -1;
+    WatchSet watched;
     for (const auto& [path, device] : devices) {
-        if (device->fd >= 0) {
-            FD_SET(device->fd, &watchSet);
-        }
-        highestFd = std::max(highestFd, device->fd);
+        watched.add(device->fd);
     }
 
     // After a failed start the flag does not count: somebody may have set it again.
     while (opened && running) {
-        fd_set readSet = watchSet;
-        const int ready = pselect(highestFd + 1, &readSet, nullptr, nullptr, &WAIT_TIME, nullptr);
+        fd_set readSet = watched.copy();
+        const int ready = pselect(watched.end(), &readSet, nullptr, nullptr, &WAIT_TIME, nullptr);
         if (ready < 0) {
             const int error = errno; // the log lock may change it
             logline::write(Level::ERROR, CLASS_NAME, "threadCode", "pselect: ", std::strerror(error));
