@@ -64,6 +64,33 @@ protected:
         ASSERT_EQ(receiver.states.all().back(), State(ONLINE, ""));
     }
 
+    /// What a start writes and does on a board with the main device alone, as far as the offsets.
+    static std::string startText()
+    {
+        return "[INFO] MsgRxHandler::setOnline() START\n"
+               "[DEBUG] MsgRxHandler::threadCode() Start thread.\n"
+               "[INFO] MsgRxHandler::closeDevices() Close 1 devices.\n"
+               "{close -1}\n"
+               "[INFO] MsgRxHandler::openDevices() Open device=/dev/vqlog-fpgab\n"
+               "{open /dev/vqlog-fpgab O_RDONLY}\n"
+               "{buffer 201 65536 log lock}\n"
+               "[INFO] MsgRxHandler::openDevices() Open device, name=/dev/vqlog-fpgab, fd=201\n"
+               "{offset fpgab}\n"
+               "[INFO] MsgRxHandler::openDevices() #################### fpgabOffset=0\n"
+               "[INFO] MsgRxHandler::openDevices() #################### fpgacOffset=0\n";
+    }
+
+    /// What the stop behind such a start writes and does.
+    static std::string stopText()
+    {
+        return "[INFO] MsgRxHandler::setOffline() STOP\n"
+               "[INFO] MsgRxHandler::threadCode() Exit thread, close devices\n"
+               "[INFO] MsgRxHandler::closeDevices() Close 1 devices.\n"
+               "{buffer 201 gone}\n"
+               "{close 201}\n"
+               "[DEBUG] MsgRxHandler::threadCode() Exit thread.\n";
+    }
+
     /// Forgets what was written so far.
     void restartCapture()
     {
@@ -106,24 +133,8 @@ TEST_F(MsgRxHandlerThreadTest, StartAndStopShowEveryStepInOrder)
     EXPECT_EQ(receiver.states.all(), (States{{ONLINE, ""}, {OFFLINE, ""}}));
     EXPECT_EQ(output->out(), "[INFO] MsgRxHandler::registerCanMessage() _channel=0; _id=0x1; type=standard\n"
                              "[INFO] MsgRxHandler::activateDeviceByCanChannel() Set device, "
-                             "name=/dev/vqlog-fpgab, active=true\n"
-                             "[INFO] MsgRxHandler::setOnline() START\n"
-                             "[DEBUG] MsgRxHandler::threadCode() Start thread.\n"
-                             "[INFO] MsgRxHandler::closeDevices() Close 1 devices.\n"
-                             "{close -1}\n"
-                             "[INFO] MsgRxHandler::openDevices() Open device=/dev/vqlog-fpgab\n"
-                             "{open /dev/vqlog-fpgab O_RDONLY}\n"
-                             "{buffer 201 65536 log lock}\n"
-                             "[INFO] MsgRxHandler::openDevices() Open device, name=/dev/vqlog-fpgab, fd=201\n"
-                             "{offset fpgab}\n"
-                             "[INFO] MsgRxHandler::openDevices() #################### fpgabOffset=0\n"
-                             "[INFO] MsgRxHandler::openDevices() #################### fpgacOffset=0\n"
-                             "[INFO] MsgRxHandler::setOffline() STOP\n"
-                             "[INFO] MsgRxHandler::threadCode() Exit thread, close devices\n"
-                             "[INFO] MsgRxHandler::closeDevices() Close 1 devices.\n"
-                             "{buffer 201 gone}\n"
-                             "{close 201}\n"
-                             "[DEBUG] MsgRxHandler::threadCode() Exit thread.\n");
+                             "name=/dev/vqlog-fpgab, active=true\n" +
+                                 startText() + stopText());
     EXPECT_EQ(output->err(), "");
 }
 
@@ -149,25 +160,7 @@ TEST_F(MsgRxHandlerThreadTest, OnlineIsReportedBehindTheOffsetsAndOfflineBehindT
     sut().setOnline();
     ASSERT_TRUE(showing.states.waitForCount(1));
     sut().setOffline();
-    EXPECT_EQ(output->out(), "[INFO] MsgRxHandler::setOnline() START\n"
-                             "[DEBUG] MsgRxHandler::threadCode() Start thread.\n"
-                             "[INFO] MsgRxHandler::closeDevices() Close 1 devices.\n"
-                             "{close -1}\n"
-                             "[INFO] MsgRxHandler::openDevices() Open device=/dev/vqlog-fpgab\n"
-                             "{open /dev/vqlog-fpgab O_RDONLY}\n"
-                             "{buffer 201 65536 log lock}\n"
-                             "[INFO] MsgRxHandler::openDevices() Open device, name=/dev/vqlog-fpgab, fd=201\n"
-                             "{offset fpgab}\n"
-                             "[INFO] MsgRxHandler::openDevices() #################### fpgabOffset=0\n"
-                             "[INFO] MsgRxHandler::openDevices() #################### fpgacOffset=0\n"
-                             "{ONLINE, running}\n"
-                             "[INFO] MsgRxHandler::setOffline() STOP\n"
-                             "[INFO] MsgRxHandler::threadCode() Exit thread, close devices\n"
-                             "[INFO] MsgRxHandler::closeDevices() Close 1 devices.\n"
-                             "{buffer 201 gone}\n"
-                             "{close 201}\n"
-                             "[DEBUG] MsgRxHandler::threadCode() Exit thread.\n"
-                             "{OFFLINE, not running}\n");
+    EXPECT_EQ(output->out(), startText() + "{ONLINE, running}\n" + stopText() + "{OFFLINE, not running}\n");
     sut().unregisterReceiver(&showing);
 }
 
@@ -195,6 +188,21 @@ TEST_F(MsgRxHandlerThreadTest, ErrorIsReportedBehindTheFailedOpenWhileTheFlagIsS
                              "{close -1}\n"
                              "[DEBUG] MsgRxHandler::threadCode() Exit thread.\n"
                              "{OFFLINE, not running}\n");
+    sut().unregisterReceiver(&showing);
+}
+
+TEST_F(MsgRxHandlerThreadTest, FailedStartClearsTheFlagBehindItsReportAndBeforeItClosesTheDevices)
+{
+    fakedevices::refuse(MAIN, ENOENT);
+    ShowingReceiver showing;
+    sut().registerCanMessage(0, 1, CAN_STANDARD, &showing);
+    fakedevices::whenClosed([] { effects::note(sut().*reveal(RunningFlag{}) ? "running" : "not running"); });
+    sut().setOnline();
+    ASSERT_TRUE(showing.states.waitForCount(2));
+    fakedevices::whenClosed({});
+    EXPECT_EQ(effects::all(),
+              (Effects{"close -1", "running", "open /dev/vqlog-fpgab O_RDONLY", "close -1", "running",
+                       "ERROR, running", "close -1", "not running", "OFFLINE, not running"}));
     sut().unregisterReceiver(&showing);
 }
 

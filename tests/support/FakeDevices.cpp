@@ -27,6 +27,7 @@ std::mutex mutex;
 std::map<std::string, int> answers; ///< descriptor, FRESH, or a negative error number
 std::set<int> given;                ///< descriptors whose close() is ours
 std::function<void()> openHook;
+std::function<void()> closeHook;
 
 std::string nameOf(int flags)
 {
@@ -77,6 +78,11 @@ void whenOpened(std::function<void()> hook)
     openHook = std::move(hook);
 }
 
+void whenClosed(std::function<void()> hook)
+{
+    closeHook = std::move(hook);
+}
+
 } // namespace fakedevices
 
 int __wrap_open(const char* path, int flags, ...)
@@ -116,6 +122,9 @@ int __wrap_close(int fd)
     }();
     if (isOurs) {
         effects::note("close " + std::to_string(fd));
+        if (closeHook) {
+            closeHook();
+        }
     }
     return __real_close(fd);
 }

@@ -27,4 +27,7 @@ void refuse(const std::string& path, int errorNumber);
 /// From now on `hook` runs in every open() of a device, before the answer is given. Set it while nothing is opened.
 void whenOpened(std::function<void()> hook);
 
+/// The same for every close() of a device, and of -1.
+void whenClosed(std::function<void()> hook);
+
 } // namespace fakedevices
