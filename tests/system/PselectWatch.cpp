@@ -11,6 +11,9 @@ std::mutex mutex;
 std::condition_variable changed;
 size_t readyCount = 0;
 size_t timeoutCount = 0;
+size_t begunCount = 0;
+bool holding = false;
+bool isHeld = false;
 
 bool awaitMore(const size_t& counter, size_t count, std::chrono::milliseconds limit)
 {
@@ -29,6 +32,13 @@ int __wrap_pselect(int, fd_set*, fd_set*, fd_set*, const timespec*, const sigset
 int __wrap_pselect(int count, fd_set* readSet, fd_set* writeSet, fd_set* errorSet, const timespec* timeout,
                    const sigset_t* mask)
 {
+    {
+        std::unique_lock lock(mutex);
+        ++begunCount;
+        isHeld = holding;
+        changed.notify_all();
+        changed.wait(lock, [] { return !holding; });
+    }
     const int result = __real_pselect(count, readSet, writeSet, errorSet, timeout, mask);
     const std::lock_guard lock(mutex);
     readyCount += result > 0 ? 1 : 0;
@@ -46,4 +56,30 @@ bool pselectwatch::awaitReady(size_t count, std::chrono::milliseconds limit)
 bool pselectwatch::awaitTimeouts(size_t count, std::chrono::milliseconds limit)
 {
     return awaitMore(timeoutCount, count, limit);
+}
+
+pselectwatch::Hold::Hold()
+{
+    const std::lock_guard lock(mutex);
+    holding = true;
+}
+
+pselectwatch::Hold::~Hold()
+{
+    const std::lock_guard lock(mutex);
+    holding = false;
+    isHeld = false;
+    changed.notify_all();
+}
+
+bool pselectwatch::Hold::await(std::chrono::milliseconds limit) const
+{
+    std::unique_lock lock(mutex);
+    return changed.wait_for(lock, limit, [] { return isHeld; });
+}
+
+size_t pselectwatch::begun()
+{
+    const std::lock_guard lock(mutex);
+    return begunCount;
 }
