@@ -2,39 +2,43 @@
 #include <CanInterface.h>
 #include <MsgRxHandler.h>
 
+#include <array>
 #include <future>
 #include <iostream>
 
 struct Listener : InterfaceBaseCb
 {
-    void onDataReceived(const uint8_t* record, size_t) override { channel.set_value(record[14]); }
+    void onDataReceived(const uint8_t* record, size_t) override
+    {
+        std::cout << "received on channel " << unsigned{record[14]} << '\n';
+        frame.set_value(true);
+    }
     void onInterfaceState(int status) override
     {
-        if (status == 1 || status == 4) { // online, or a device cannot be opened
-            start.set_value(status);
+        if (status == 4) { // a device cannot be opened: nothing will arrive
+            frame.set_value(false);
+        }
+        if (status == 1 || status == 4) {
+            start.set_value();
         }
     }
-    std::promise<int> start;
-    std::promise<int> channel;
+    void awaitStart() { start.get_future().wait(); }
+    bool awaitFrame() { return frame.get_future().get(); }
+
+    std::promise<void> start;
+    std::promise<bool> frame;
 };
 
 int main()
 {
+    Listener listener;               // before the interfaces: it has to outlive them
+    std::array<CanInterface, 2> can; // one for each channel
+    can[1].callbacks.insert(&listener);
+    can[0].configure({0, 0x123, CAN_STANDARD, {}});
+    can[1].configure({1, 0x123, CAN_STANDARD, {}}); // from now on the listener hears of states
+    MsgRxHandler::getInstance()->setOnline();       // once per process: opens the devices
+    listener.awaitStart();
+    can[1].configure({1, 0x123, CAN_STANDARD, {}}); // from now on it hears frames
     const uint8_t payload[] = {0xCA, 0xFE};
-    Listener listener; // before the interfaces: it has to outlive them
-    CanInterface sender;
-    CanInterface receiver;
-    sender.configure({0, 0x123, CAN_STANDARD, {}});
-    receiver.callbacks.insert(&listener);
-    receiver.configure({1, 0x123, CAN_STANDARD, {}}); // from now on the listener hears of states
-    MsgRxHandler::getInstance()->setOnline();         // once per process: opens the devices
-    if (listener.start.get_future().get() != 1) {
-        return 1;
-    }
-    receiver.configure({1, 0x123, CAN_STANDARD, {}}); // from now on it hears frames
-    if (sender.send(payload, sizeof payload) != 0) {
-        return 1;
-    }
-    std::cout << "received on channel " << listener.channel.get_future().get() << '\n';
-    MsgRxHandler::getInstance()->setOffline();
+    return can[0].send(payload, sizeof payload) == 0 && listener.awaitFrame() ? 0 : 1;
 }
