@@ -11,17 +11,19 @@
 #include <array>
 #include <bitset>
 #include <netinet/in.h>
+#include <utility>
 
 namespace config {
 
 namespace {
 
 constexpr uint32_t STANDARD_ID_MAX = 0x7FF;
-constexpr size_t RESPONSE_MAX_BYTES = 4095;
+constexpr size_t MESSAGE_MAX_BYTES = 4095;
 constexpr size_t CLASSIC_MAX_BYTES = 8;
 constexpr uint32_t US_PER_MS = 1000;
 constexpr uint32_t FINE_STEP_US = 100;
 constexpr uint32_t FINE_MAX_US = 900;
+constexpr std::string_view ALL_ADDRESSES = "0.0.0.0";
 constexpr std::array<std::string_view, 2> CLOCKS{"fpgab", "fpgac"};
 
 bool isIpv4(const std::string& text)
@@ -59,10 +61,63 @@ bool hasDevice(const wire::Board& board, FaultKind kind, std::string_view path)
     return (!writes && vlogger::board::canRead(board, path)) || (!reads && vlogger::board::canWrite(board, path));
 }
 
-/// TCP and UDP have ports of their own.
+/// TCP and UDP have ports of their own; all addresses include each.
 bool isSameServer(const Peer& one, const Peer& other)
 {
-    return one.transport == other.transport && one.address == other.address && one.port == other.port;
+    const bool isSameAddress =
+        one.address == other.address || one.address == ALL_ADDRESSES || other.address == ALL_ADDRESSES;
+    return one.transport == other.transport && isSameAddress && one.port == other.port;
+}
+
+/// Without a trace device nobody hears the channel.
+bool hasChannel(const wire::Board& board, uint8_t channel)
+{
+    return !vlogger::board::traceDeviceOf(board, channel).empty();
+}
+
+std::string noChannel(uint8_t channel)
+{
+    return "this board has no channel " + std::to_string(channel) + "; the channels from " +
+           std::to_string(vlogger::board::FIRST_EXTENSION_CHANNEL) +
+           " on need [board] device_code = " + std::to_string(vlogger::board::EXTENSION_BOARD_CODE);
+}
+
+/// Complains about a setting of an ISO-TP node that a node of another kind has, too, if it is not the default.
+template <typename Field>
+void checkIsoTpOnly(std::vector<WrongField>& wrong, const Node& node, std::string_view key, Field Node::*field)
+{
+    static const Node DEFAULTS;
+    if (node.protocol != Protocol::ISO_TP && node.*field != DEFAULTS.*field) {
+        wrong.push_back({key, quoted(key) + " is for protocol = \"iso_tp\" only"});
+    }
+}
+
+/// Complains about an address of a node that is found by its identifier alone.
+void checkAddress(std::vector<WrongField>& wrong, const Node& node, std::string_view key, uint8_t address)
+{
+    if (node.addressing == Addressing::NORMAL && address != 0) {
+        wrong.push_back({key, quoted(key) + " needs addressing = \"extended\""});
+    }
+}
+
+/// True if `earlier` fits every request that `later` fits.
+bool covers(const Answer& earlier, const Answer& later)
+{
+    const auto maskOf = [](const Answer& answer, size_t place) {
+        return place < answer.mask.size() ? answer.mask[place] : uint8_t{0xFF};
+    };
+    // An empty request is reported itself.
+    if (earlier.request.empty() || earlier.request.size() > later.request.size()) {
+        return false;
+    }
+    for (size_t i = 0; i < earlier.request.size(); ++i) {
+        const uint8_t mask = maskOf(earlier, i);
+        const bool isFree = (mask & ~maskOf(later, i)) != 0;
+        if (isFree || ((earlier.request[i] ^ later.request[i]) & mask) != 0) {
+            return false;
+        }
+    }
+    return true;
 }
 
 void addSentences(std::vector<std::string>& sentences, const std::string& table,
@@ -80,11 +135,17 @@ std::string numbered(std::string_view table, size_t index)
 
 } // namespace
 
-std::vector<WrongField> check(const Wiring& wiring)
+std::vector<WrongField> check(const Wiring& wiring, const wire::Board& board)
 {
     std::bitset<256> seen;
     for (const std::vector<uint8_t>& bus : wiring.buses) {
+        if (bus.empty()) {
+            return {{"buses", "a bus has at least one channel; [[0]] leaves every channel alone"}};
+        }
         for (const uint8_t channel : bus) {
+            if (!hasChannel(board, channel)) {
+                return {{"buses", noChannel(channel)}};
+            }
             if (seen.test(channel)) {
                 return {{"buses", "channel " + std::to_string(channel) + " is wired twice"}};
             }
@@ -105,17 +166,31 @@ std::vector<WrongField> check(const Addresses& addresses)
     return wrong;
 }
 
-std::vector<WrongField> check(const Node& node)
+std::vector<WrongField> check(const Node& node, const wire::Board& board, std::span<const Node> earlier)
 {
     std::vector<WrongField> wrong;
     if (node.name.empty()) {
         wrong.push_back({"name", "a node needs a name"});
+    } else if (std::ranges::find(earlier, node.name, &Node::name) != earlier.end()) {
+        // A message that names the node would leave open which of the two.
+        wrong.push_back({"name", "there is a node " + quoted(node.name) + " already"});
+    }
+    if (!hasChannel(board, node.channel)) {
+        wrong.push_back({"channel", noChannel(node.channel)});
     }
     checkId(wrong, "request_id", node.requestId, node.extended);
     checkId(wrong, "response_id", node.responseId, node.extended);
     if (node.requestId == node.responseId) {
         wrong.push_back({"response_id", "a node that sends with the identifier it listens to answers itself"});
     }
+    checkIsoTpOnly(wrong, node, "addressing", &Node::addressing);
+    checkAddress(wrong, node, "address", node.address);
+    checkAddress(wrong, node, "peer_address", node.peerAddress);
+    checkIsoTpOnly(wrong, node, "minimal_dlc", &Node::minimalDlc);
+    checkIsoTpOnly(wrong, node, "block_size", &Node::blockSize);
+    checkIsoTpOnly(wrong, node, "separation_time_us", &Node::separationTimeUs);
+    checkIsoTpOnly(wrong, node, "wait_frames", &Node::waitFrames);
+    checkIsoTpOnly(wrong, node, "fault", &Node::fault);
     const bool isFine = node.separationTimeUs <= FINE_MAX_US && node.separationTimeUs % FINE_STEP_US == 0;
     if (!isFine && node.separationTimeUs % US_PER_MS != 0) {
         wrong.push_back({"separation_time_us", std::to_string(node.separationTimeUs) +
@@ -125,17 +200,22 @@ std::vector<WrongField> check(const Node& node)
     return wrong;
 }
 
-std::vector<WrongField> check(const Answer& answer, const Node& owner)
+std::vector<WrongField> check(const Answer& answer, const Node& owner, std::span<const Answer> earlier)
 {
+    const size_t most = owner.protocol == Protocol::FRAME ? CLASSIC_MAX_BYTES : MESSAGE_MAX_BYTES;
     std::vector<WrongField> wrong;
     if (answer.request.empty()) {
         wrong.push_back({"request", "a request has at least one byte"});
+    } else if (answer.request.size() > most) {
+        wrong.push_back({"request", "a request of " + std::to_string(answer.request.size()) +
+                                        " bytes never arrives; it has at most " + std::to_string(most)});
+    } else if (std::ranges::any_of(earlier, [&](const Answer& one) { return covers(one, answer); })) {
+        wrong.push_back({"request", "this answer is never given: one above it fits the same requests"});
     }
     if (!answer.mask.empty() && answer.mask.size() != answer.request.size()) {
         wrong.push_back({"mask", "the mask has " + std::to_string(answer.mask.size()) + " bytes, the request " +
                                      std::to_string(answer.request.size())});
     }
-    const size_t most = owner.protocol == Protocol::FRAME ? CLASSIC_MAX_BYTES : RESPONSE_MAX_BYTES;
     const size_t bytes = answer.response.size();
     if (answer.echo && bytes != 0) {
         wrong.push_back({"response", "an answer that echoes the request has no response of its own"});
@@ -160,7 +240,7 @@ std::vector<WrongField> check(const CyclicFrame& frame)
     return wrong;
 }
 
-std::vector<WrongField> check(const Peer& peer, std::span<const Peer> earlier)
+std::vector<WrongField> check(const Peer& peer, std::span<const Peer> earlier, const Addresses& addresses)
 {
     std::vector<WrongField> wrong;
     if (peer.name.empty()) {
@@ -171,6 +251,8 @@ std::vector<WrongField> check(const Peer& peer, std::span<const Peer> earlier)
     }
     if (!isIpv4(peer.address)) {
         wrong.push_back({"address", quoted(peer.address) + " is no IPv4 address"});
+    } else if (std::ranges::find(addresses.taken, peer.address) != addresses.taken.end()) {
+        wrong.push_back({"address", "another host has " + peer.address + ": [addresses] lists it as taken"});
     }
     if (peer.port == 0) {
         wrong.push_back({"port", "a peer needs a port"});
@@ -197,7 +279,15 @@ std::vector<WrongField> check(const FaultEvent& event, const Configuration& whol
     } else if (std::ranges::find(whole.peers, event.target, &Peer::name) == whole.peers.end()) {
         wrong.push_back({"target", "there is no peer " + quoted(event.target)});
     }
-    if (!errorNumberOf(event.error)) {
+    if (event.kind != FaultKind::WRITE_FAILS) {
+        static const FaultEvent DEFAULTS;
+        for (const auto& [key, isGiven] : {std::pair("count", event.count != DEFAULTS.count),
+                                           std::pair("error", event.error != DEFAULTS.error)}) {
+            if (isGiven) {
+                wrong.push_back({key, quoted(key) + " is for kind = \"write_fails\" only"});
+            }
+        }
+    } else if (!errorNumberOf(event.error)) {
         wrong.push_back({"error", "unknown error " + quoted(event.error) + "; the nearest known name is " +
                                       quoted(nearestName(event.error, errorNames()))});
     }
@@ -207,22 +297,24 @@ std::vector<WrongField> check(const FaultEvent& event, const Configuration& whol
 std::vector<std::string> check(const Configuration& configuration)
 {
     std::vector<std::string> sentences;
-    addSentences(sentences, std::string(WIRING), check(configuration.wiring));
+    addSentences(sentences, std::string(WIRING), check(configuration.wiring, configuration.board));
     addSentences(sentences, std::string(ADDRESSES), check(configuration.addresses));
     for (size_t i = 0; i < configuration.nodes.size(); ++i) {
         const Node& node = configuration.nodes[i];
         const std::string table = numbered(NODE, i);
-        addSentences(sentences, table, check(node));
+        addSentences(sentences, table, check(node, configuration.board, std::span(configuration.nodes).first(i)));
         for (size_t j = 0; j < node.answers.size(); ++j) {
-            addSentences(sentences, table + "." + numbered(ANSWER, j), check(node.answers[j], node));
+            addSentences(sentences, table + "." + numbered(ANSWER, j),
+                         check(node.answers[j], node, std::span(node.answers).first(j)));
         }
         for (size_t j = 0; j < node.cyclic.size(); ++j) {
             addSentences(sentences, table + "." + numbered(CYCLIC, j), check(node.cyclic[j]));
         }
     }
     for (size_t i = 0; i < configuration.peers.size(); ++i) {
-        addSentences(sentences, numbered(PEER, i),
-                     check(configuration.peers[i], std::span(configuration.peers).first(i)));
+        addSentences(
+            sentences, numbered(PEER, i),
+            check(configuration.peers[i], std::span(configuration.peers).first(i), configuration.addresses));
     }
     for (size_t i = 0; i < configuration.faults.events.size(); ++i) {
         addSentences(sentences, std::string(FAULTS) + "." + numbered(EVENT, i),

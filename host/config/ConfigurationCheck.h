@@ -17,31 +17,22 @@ struct WrongField
     std::string text;
 };
 
-std::vector<WrongField> check(const Wiring& wiring);
+/// @param board  tells which channels there are
+std::vector<WrongField> check(const Wiring& wiring, const wire::Board& board);
 std::vector<WrongField> check(const Addresses& addresses);
-std::vector<WrongField> check(const Node& node);
-/// @param owner  tells what answers are made of
-std::vector<WrongField> check(const Answer& answer, const Node& owner);
+/// @param board    as for the wiring
+/// @param earlier  the nodes before it, which have taken their names
+std::vector<WrongField> check(const Node& node, const wire::Board& board, std::span<const Node> earlier);
+/// @param owner    tells what answers are made of
+/// @param earlier  the node's answers before it, of which the first that fits is given
+std::vector<WrongField> check(const Answer& answer, const Node& owner, std::span<const Answer> earlier);
 std::vector<WrongField> check(const CyclicFrame& frame);
-/// @param earlier  the peers before it, which have taken their names and ports
-std::vector<WrongField> check(const Peer& peer, std::span<const Peer> earlier);
+/// @param earlier    the peers before it, which have taken their names and ports
+/// @param addresses  those of other hosts
+std::vector<WrongField> check(const Peer& peer, std::span<const Peer> earlier, const Addresses& addresses);
 
 /// @param whole  for the board and the names of its peers
 std::vector<WrongField> check(const FaultEvent& event, const Configuration& whole);
-
-/// Nothing to check beyond the single fields.
-inline std::vector<WrongField> check(const wire::Board&)
-{
-    return {};
-}
-inline std::vector<WrongField> check(const Queues&)
-{
-    return {};
-}
-inline std::vector<WrongField> check(const Faults&)
-{
-    return {};
-}
 
 /// Everything at once, for a configuration that a program has made.
 /// @return one sentence per mistake, with the table it stands in; empty if there is none

@@ -24,14 +24,17 @@ public:
         static constexpr std::array TOP{BOARD, WIRING, QUEUES, ADDRESSES, NODE, PEER, FAULTS};
         refuseUnknown(root, "", std::span<const Key<Configuration>>(), TOP, mistakes);
         readTable(BOARD, boardKeys(), configuration.board);
-        readTable(WIRING, wiringKeys(), configuration.wiring);
+        if (const toml::table* const table = readTable(WIRING, wiringKeys(), configuration.wiring)) {
+            addWrong(*table, check(configuration.wiring, configuration.board));
+        }
         readTable(QUEUES, queueKeys(), configuration.queues);
-        readTable(ADDRESSES, addressKeys(), configuration.addresses);
+        if (const toml::table* const table = readTable(ADDRESSES, addressKeys(), configuration.addresses)) {
+            addWrong(*table, check(configuration.addresses));
+        }
         readNodes();
         readTables(root, PEER, std::string(PEER), peerKeys(), {}, configuration.peers,
                    [&](const toml::table& table, Peer& peer) {
-                       addWrong(table,
-                                check(peer, std::span(configuration.peers).first(configuration.peers.size() - 1)));
+                       addWrong(table, check(peer, allButLast(configuration.peers), configuration.addresses));
                    });
         readFaults();
         return std::move(configuration);
@@ -46,13 +49,22 @@ public:
     }
 
 private:
+    /// @return the table; null if the file has none of that name
     template <typename Record>
-    void readTable(std::string_view name, std::span<const Key<Record>> keys, Record& record)
+    const toml::table* readTable(std::string_view name, std::span<const Key<Record>> keys, Record& record)
     {
-        if (const toml::table* const table = tableNamed(root, name, mistakes)) {
+        const toml::table* const table = tableNamed(root, name, mistakes);
+        if (table != nullptr) {
             readKeys(*table, name, keys, {}, record, mistakes);
-            addWrong(*table, check(record));
         }
+        return table;
+    }
+
+    /// What stands before the record that is being read.
+    template <typename Record>
+    static std::span<const Record> allButLast(const std::vector<Record>& records)
+    {
+        return std::span(records).first(records.size() - 1);
     }
 
     /// Reads the tables of an array of tables; `then` goes on with each.
@@ -71,15 +83,17 @@ private:
     void readNodes()
     {
         static constexpr std::array SUBTABLES{ANSWER, CYCLIC};
-        readTables(
-            root, NODE, std::string(NODE), nodeKeys(), SUBTABLES, configuration.nodes,
-            [&](const toml::table& table, Node& node) {
-                addWrong(table, check(node));
-                readTables(table, ANSWER, "node.answer", answerKeys(), {}, node.answers,
-                           [&](const toml::table& part, Answer& answer) { addWrong(part, check(answer, node)); });
-                readTables(table, CYCLIC, "node.cyclic", cyclicKeys(), {}, node.cyclic,
+        readTables(root, NODE, std::string(NODE), nodeKeys(), SUBTABLES, configuration.nodes,
+                   [&](const toml::table& table, Node& node) {
+                       addWrong(table, check(node, configuration.board, allButLast(configuration.nodes)));
+                       readTables(table, ANSWER, "node.answer", answerKeys(), {}, node.answers,
+                                  [&](const toml::table& part, Answer& answer) {
+                                      addWrong(part, check(answer, node, allButLast(node.answers)));
+                                  });
+                       readTables(
+                           table, CYCLIC, "node.cyclic", cyclicKeys(), {}, node.cyclic,
                            [&](const toml::table& part, CyclicFrame& frame) { addWrong(part, check(frame)); });
-            });
+                   });
     }
 
     void readFaults()

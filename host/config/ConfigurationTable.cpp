@@ -18,6 +18,10 @@ constexpr std::array<std::string_view, 10> FAULT_KINDS{
 
 constexpr uint64_t EXTENDED_ID_MAX = 0x1FFFFFFF;
 constexpr uint64_t SEPARATION_TIME_MAX_US = 127000;
+/// An hour: what waits longer, nobody waits for.
+constexpr uint64_t WAIT_MAX_MS = 3600000;
+/// Consecutive frames of the longest message, with an address byte in each.
+constexpr uint64_t CONSECUTIVE_MAX = 682;
 constexpr uint64_t STREAM_MIN_BYTES = 4096;
 constexpr uint64_t STREAM_MAX_BYTES = 1U << 30;
 
@@ -59,7 +63,8 @@ std::span<const Key<Queues>> queueKeys()
         keyFor<&Queues::stallLimitMs>(
             {.name = "stall_limit_ms",
              .meaning = "how long a full queue whose reader takes nothing holds back its senders; then its newest "
-                        "frames are dropped and counted"}),
+                        "frames are dropped and counted",
+             .most = WAIT_MAX_MS}),
     };
     return KEYS;
 }
@@ -117,9 +122,11 @@ std::span<const Key<Node>> nodeKeys()
         keyFor<&Node::waitFrames>(
             {.name = "wait_frames",
              .meaning = "iso_tp: WAIT frames that it sends before each time that it lets a sender go on"}),
-        keyFor<&Node::waitIntervalMs>(
-            {.name = "wait_interval_ms", .meaning = "time from one of them to the next flow-control frame"}),
-        keyFor<&Node::delayMs>({.name = "delay_ms", .meaning = "time between a request and its answer"}),
+        keyFor<&Node::waitIntervalMs>({.name = "wait_interval_ms",
+                                       .meaning = "time from one of them to the next flow-control frame",
+                                       .most = WAIT_MAX_MS}),
+        keyFor<&Node::delayMs>(
+            {.name = "delay_ms", .meaning = "time between a request and its answer", .most = WAIT_MAX_MS}),
         keyFor<&Node::fault>(
             {.name = "fault",
              .meaning = "iso_tp: what it does wrong: leaves out a consecutive frame of every answer, gives one the "
@@ -129,7 +136,8 @@ std::span<const Key<Node>> nodeKeys()
         keyFor<&Node::faultFrame>(
             {.name = "fault_frame",
              .meaning = "the consecutive frame that is left out or wrong, counted from 1 in each answer",
-             .least = 1}),
+             .least = 1,
+             .most = CONSECUTIVE_MAX}),
     };
     return KEYS;
 }
@@ -161,7 +169,7 @@ std::span<const Key<CyclicFrame>> cyclicKeys()
         keyFor<&CyclicFrame::payload>(
             {.name = "payload", .meaning = "hex bytes, at most 8; of a CAN FD frame at most 64"}),
         keyFor<&CyclicFrame::periodMs>(
-            {.name = "period_ms", .meaning = "time from one frame to the next", .least = 1}),
+            {.name = "period_ms", .meaning = "time from one frame to the next", .least = 1, .most = WAIT_MAX_MS}),
     };
     return KEYS;
 }

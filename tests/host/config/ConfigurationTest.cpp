@@ -299,7 +299,7 @@ TEST(ConfigurationTest, EveryWrongValueIsNamedWithWhatItShouldBe)
         {node + "fault = \"silence\"\n",
          "bench.toml:3:9: \"fault\" is one of \"none\", \"drop_consecutive\", \"wrong_sequence\", "
          "\"no_flow_control\", \"overflow\", \"silent\"; the nearest is \"silent\""},
-        {node + "fault_frame = 0\n", "bench.toml:3:15: \"fault_frame\" is a whole number from 1 to 4294967295"},
+        {node + "fault_frame = 0\n", "bench.toml:3:15: \"fault_frame\" is a whole number from 1 to 682"},
         {node + "separation_time_us = 950\n",
          "bench.toml:3:22: 950 cannot be told to a sender; there are 100 to 900 in steps of 100 and whole "
          "milliseconds"},
@@ -324,7 +324,7 @@ TEST(ConfigurationTest, EveryWrongValueIsNamedWithWhatItShouldBe)
         {node + "[[node.cyclic]]\nid = 1\nfd = true\npayload = \"001122334455667788\"\n",
          "bench.toml:6:11: a CAN FD frame has 0 to 8, 12, 16, 20, 24, 32, 48 or 64 bytes, not 9"},
         {node + "[[node.cyclic]]\nid = 1\nperiod_ms = 0\n",
-         "bench.toml:5:13: \"period_ms\" is a whole number from 1 to 4294967295"},
+         "bench.toml:5:13: \"period_ms\" is a whole number from 1 to 3600000"},
         {"[[peer]]\nname = \"p\"\nport = 0\n", "bench.toml:3:8: \"port\" is a whole number from 1 to 65535"},
         {"[[peer]]\nname = \"p\"\nport = 1\naddress = \"host\"\n", "bench.toml:4:11: \"host\" is no IPv4 address"},
         {"[[peer]]\nname = \"p\"\nport = 1\nbehaviour = \"ecco\"\n",
@@ -398,6 +398,109 @@ TEST(ConfigurationTest, SecondPeerOfANameIsRefusedAtItsLine)
 {
     EXPECT_EQ(mistakesIn("[[peer]]\nname = \"a\"\nport = 5000\n[[peer]]\nname = \"a\"\nport = 5001\n"),
               "bench.toml:5:8: there is a peer \"a\" already");
+}
+
+TEST(ConfigurationTest, PeerAtAllAddressesHasThePortOfEach)
+{
+    EXPECT_EQ(mistakesIn("[[peer]]\nname = \"a\"\nport = 5000\n"
+                         "[[peer]]\nname = \"b\"\naddress = \"0.0.0.0\"\nport = 5000\n"),
+              "bench.toml:7:8: the peer \"a\" has this address and port already");
+}
+
+TEST(ConfigurationTest, PeerAtATakenAddressIsRefused)
+{
+    EXPECT_EQ(mistakesIn("[[peer]]\nname = \"a\"\naddress = \"127.0.0.2\"\nport = 5000\n"
+                         "[addresses]\ntaken = [\"127.0.0.2\"]\n"),
+              "bench.toml:3:11: another host has 127.0.0.2: [addresses] lists it as taken");
+}
+
+TEST(ConfigurationTest, BusWithoutAChannelIsRefused)
+{
+    const std::string refusal = "bench.toml:2:9: a bus has at least one channel; [[0]] leaves every channel alone";
+    EXPECT_EQ(mistakesIn("[wiring]\nbuses = [[]]\n"), refusal);
+    EXPECT_EQ(mistakesIn("[wiring]\nbuses = [[0, 1], []]\n"), refusal);
+    EXPECT_EQ(mistakesIn("[wiring]\nbuses = [[0]]\n"), "");
+}
+
+TEST(ConfigurationTest, ChannelThatTheBoardLacksIsRefusedWhereverTheBoardStands)
+{
+    const std::string refusal =
+        "this board has no channel 14; the channels from 14 on need [board] device_code = 4";
+    EXPECT_EQ(mistakesIn("[wiring]\nbuses = [[13, 14]]\n"), "bench.toml:2:9: " + refusal);
+    EXPECT_EQ(mistakesIn("[[node]]\nname = \"a\"\nchannel = 14\n"), "bench.toml:3:11: " + refusal);
+    for (const char* board : {"[board]\ndevice_code = 4\n", "[board]\ntype = 16\n"}) {
+        EXPECT_EQ(mistakesIn(std::string("[wiring]\nbuses = [[13, 14]]\n") + board), "") << board;
+    }
+}
+
+TEST(ConfigurationTest, SecondNodeOfANameIsRefusedAtItsLine)
+{
+    EXPECT_EQ(mistakesIn("[[node]]\nname = \"a\"\n[[node]]\nname = \"b\"\n[[node]]\nname = \"a\"\n"),
+              "bench.toml:6:8: there is a node \"a\" already");
+}
+
+TEST(ConfigurationTest, IsoTpSettingOfAFrameNodeIsRefused)
+{
+    const std::string node = "[[node]]\nname = \"a\"\nprotocol = \"frame\"\n";
+    for (const std::string setting : {"minimal_dlc = true", "block_size = 1", "separation_time_us = 100",
+                                      "wait_frames = 1", "fault = \"silent\"", "addressing = \"extended\""}) {
+        const std::string key = setting.substr(0, setting.find(' '));
+        EXPECT_EQ(mistakesIn(node + setting + "\n"), "bench.toml:4:" + std::to_string(key.size() + 4) + ": \"" +
+                                                         key + "\" is for protocol = \"iso_tp\" only");
+    }
+}
+
+TEST(ConfigurationTest, AddressWithoutExtendedAddressingIsRefused)
+{
+    for (const std::string key : {"address", "peer_address"}) {
+        const std::string text = "[[node]]\nname = \"a\"\n" + key + " = 0x10\n";
+        EXPECT_EQ(mistakesIn(text), "bench.toml:3:" + std::to_string(key.size() + 4) + ": \"" + key +
+                                        "\" needs addressing = \"extended\"");
+        EXPECT_EQ(mistakesIn(text + "addressing = \"extended\"\n"), "");
+    }
+}
+
+TEST(ConfigurationTest, RequestLongerThanAnythingThatArrivesIsRefused)
+{
+    EXPECT_EQ(mistakesIn("[[node]]\nname = \"a\"\nprotocol = \"frame\"\n"
+                         "[[node.answer]]\nrequest = \"001122334455667788\"\nresponse = \"00\"\n"),
+              "bench.toml:5:11: a request of 9 bytes never arrives; it has at most 8");
+}
+
+TEST(ConfigurationTest, AnswerBehindOneThatFitsTheSameRequestsIsRefused)
+{
+    const auto mistakesOf = [](const std::string& first, const std::string& second) {
+        return mistakesIn("[[node]]\nname = \"a\"\n[[node.answer]]\n" + first + "\necho = true\n[[node.answer]]\n" +
+                          second + "\necho = true\n");
+    };
+    const std::string refusal = ": this answer is never given: one above it fits the same requests";
+    EXPECT_EQ(mistakesOf("request = \"22\"", "request = \"22 F1\""), "bench.toml:7:11" + refusal);
+    EXPECT_EQ(mistakesOf("request = \"22\"", "request = \"22\""), "bench.toml:7:11" + refusal);
+    EXPECT_EQ(mistakesOf("request = \"22 00\"\nmask = \"FF 00\"", "request = \"22 F1\""),
+              "bench.toml:8:11" + refusal);
+    EXPECT_EQ(mistakesOf("request = \"22 F1\"", "request = \"22\""), "");
+    EXPECT_EQ(mistakesOf("request = \"22 F1\"", "request = \"22 00\"\nmask = \"FF 00\""), "");
+    EXPECT_EQ(mistakesOf("request = \"22\"", "request = \"3E\""), "");
+    EXPECT_EQ(mistakesOf("request = \"\"", "request = \"3E\""), "bench.toml:4:11: a request has at least one byte");
+}
+
+TEST(ConfigurationTest, SettingOfAFailingWriteAtAnotherFaultIsRefused)
+{
+    const std::string event = "[[faults.event]]\nkind = \"clock_lost\"\ntarget = \"fpgab\"\n";
+    EXPECT_EQ(mistakesIn(event + "count = 2\n"), "bench.toml:4:9: \"count\" is for kind = \"write_fails\" only");
+    EXPECT_EQ(mistakesIn(event + "error = \"ENOSPC\"\n"),
+              "bench.toml:4:9: \"error\" is for kind = \"write_fails\" only");
+}
+
+TEST(ConfigurationTest, WaitBeyondAnHourIsRefused)
+{
+    const std::string node = "[[node]]\nname = \"a\"\n";
+    const std::string range = " is a whole number from 0 to 3600000";
+    EXPECT_EQ(mistakesIn(node + "delay_ms = 3600000\n"), "");
+    EXPECT_EQ(mistakesIn(node + "delay_ms = 3600001\n"), "bench.toml:3:12: \"delay_ms\"" + range);
+    EXPECT_EQ(mistakesIn(node + "wait_interval_ms = 4294967295\n"),
+              "bench.toml:3:20: \"wait_interval_ms\"" + range);
+    EXPECT_EQ(mistakesIn("[queues]\nstall_limit_ms = 4294967295\n"), "bench.toml:2:18: \"stall_limit_ms\"" + range);
 }
 
 TEST(ConfigurationTest, SecondPeerOfAProgramIsRefused)
