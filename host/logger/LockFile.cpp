@@ -8,6 +8,8 @@
 #include <unistd.h>
 
 #include <cerrno>
+#include <csignal>
+#include <cstdlib>
 #include <utility>
 
 namespace vlogger {
@@ -27,6 +29,26 @@ bool leadsTo(const std::string& path, int fd)
            named.st_ino == open.st_ino;
 }
 
+/// Who holds the claim, as far as the file says so. A holder that has just taken over a dead one's file has not yet put
+/// itself in its place.
+std::string holderOf(int fd)
+{
+    char text[16] = {};
+    const ssize_t count = ::pread(fd, text, sizeof text - 1, 0);
+    const long number = count > 0 ? std::strtol(text, nullptr, 10) : 0;
+    return number > 0 && ::kill(static_cast<pid_t>(number), 0) == 0
+               ? "the virtual logger of process " + std::to_string(number)
+               : "a virtual logger";
+}
+
+/// For holderOf() alone, so that a full disk does no harm.
+void nameHolder(int fd)
+{
+    const std::string text = std::to_string(::getpid()) + "\n";
+    [[maybe_unused]] const bool isNamed =
+        ::ftruncate(fd, 0) == 0 && ::pwrite(fd, text.data(), text.size(), 0) == static_cast<ssize_t>(text.size());
+}
+
 } // namespace
 
 LockFile::LockFile(std::string lockPath) : path(std::move(lockPath))
@@ -39,9 +61,11 @@ LockFile::LockFile(std::string lockPath) : path(std::move(lockPath))
         if (::flock(fd.get(), LOCK_EX | LOCK_NB) != 0) {
             const int reason = errno;
             throw systemError(reason == EWOULDBLOCK ? EADDRINUSE : reason,
-                              reason == EWOULDBLOCK ? "a virtual logger holds " + path : "cannot lock " + path);
+                              reason == EWOULDBLOCK ? holderOf(fd.get()) + " holds " + path
+                                                    : "cannot lock " + path);
         }
     } while (!leadsTo(path, fd.get()));
+    nameHolder(fd.get());
 }
 
 LockFile::~LockFile()

@@ -7,6 +7,7 @@
 namespace vlogger {
 
 /// An exclusive claim, visible to other processes as a locked file, that ends with the process however that ends.
+/// The file tells the number of the process.
 class LockFile
 {
 public:

@@ -98,7 +98,7 @@ SocketPath::SocketPath(std::string socketPath) : path(std::move(socketPath))
 {
     const sockaddr_un address = addressOf(path);
     prepareDirectory(directoryOf(path));
-    claim.emplace(path + ".lock");
+    claim.emplace(lockOf(path));
     clearDeadSocket(path, address);
     wire::FileDescriptor fd = makeSocket();
     if (::bind(fd.get(), reinterpret_cast<const sockaddr*>(&address), sizeof address) != 0) {

@@ -26,6 +26,9 @@ public:
     SocketPath(const SocketPath&) = delete;
     SocketPath& operator=(const SocketPath&) = delete;
 
+    /// The file whose lock its owner holds from before the socket is there until after it has gone.
+    static std::string lockOf(const std::string& socketPath) { return socketPath + ".lock"; }
+
     /// The listening socket, non-blocking; once.
     wire::FileDescriptor takeListener() { return std::move(listener); }
 

@@ -7,6 +7,7 @@
 #include <bench/Bench.h>
 #include <config/ConfigurationReader.h>
 
+#include <sys/prctl.h>
 #include <sys/syscall.h>
 #include <sys/wait.h>
 
@@ -36,7 +37,7 @@ struct Options
 };
 
 /// In the child: becomes the program. Returns only if that fails.
-int execute(const std::vector<std::string>& program, const StopSignal& stop, const sigset_t& mask)
+int execute(const std::vector<std::string>& program, const StopSignal& stop, pid_t parent)
 {
     std::vector<char*> arguments;
     arguments.reserve(program.size() + 1);
@@ -46,8 +47,13 @@ int execute(const std::vector<std::string>& program, const StopSignal& stop, con
     arguments.push_back(nullptr);
     std::signal(SIGPIPE, SIG_DFL);
     std::signal(SIGXFSZ, SIG_DFL);
+    // Killed with SIGKILL we cannot end the program; the system does then. It goes by the thread that forks, which is
+    // the main one and lasts as long as the process.
+    ::prctl(PR_SET_PDEATHSIG, SIGTERM);
+    if (::getppid() != parent) {
+        ::raise(SIGTERM);
+    }
     stop.restore();
-    pthread_sigmask(SIG_SETMASK, &mask, nullptr);
     ::execvp(arguments.front(), arguments.data());
     const int reason = errno;
     const std::string line = "vlogger: " + program.front() + ": " + std::strerror(reason) + "\n";
@@ -62,6 +68,9 @@ int exitCodeOf(pid_t child, StopSignal& stop)
     if (handle && stop.wait(handle.get(), -1)) {
         // A signal of the terminal has reached the program too; a second one does no harm.
         ::kill(child, SIGTERM);
+        if (stop.waitForSecond(handle.get())) {
+            ::kill(child, SIGKILL);
+        }
     }
     int status = 0;
     while (::waitpid(child, &status, 0) < 0 && errno == EINTR) {
@@ -99,7 +108,7 @@ void summarise(const vlogger::VirtualLogger& logger, bool isJson)
 
 int run(const Options& options, const std::string& givenSocket)
 {
-    StopSignal stop(StopSignal::Second::IS_IGNORED);
+    StopSignal stop(StopSignal::Second::IS_TOLD);
     const config::Configuration configuration = options.configuration.empty()
                                                     ? config::Configuration()
                                                     : config::readConfigurationFile(options.configuration);
@@ -110,22 +119,15 @@ int run(const Options& options, const std::string& givenSocket)
     const std::string socket = temporary ? temporary->path() : givenSocket;
     vlogger::Bench bench(configuration, socket);
     ::setenv("VLOGGER", socket.c_str(), 1);
-    // With its parent gone the program would talk to nobody; so it is a plain child, and we outlive it.
-    // Until it is the program it must not take a signal that is meant for it as ours.
-    sigset_t stops;
-    sigset_t before;
-    sigemptyset(&stops);
-    sigaddset(&stops, SIGINT);
-    sigaddset(&stops, SIGTERM);
-    pthread_sigmask(SIG_BLOCK, &stops, &before);
+    // A plain child that we outlive: with its parent gone the program would talk to nobody.
+    const pid_t self = ::getpid();
     const pid_t child = ::fork();
     if (child < 0) {
         throw std::system_error(errno, std::generic_category(), "fork");
     }
     if (child == 0) {
-        ::_exit(execute(options.program, stop, before));
+        ::_exit(execute(options.program, stop, self));
     }
-    pthread_sigmask(SIG_SETMASK, &before, nullptr);
     const int exitCode = exitCodeOf(child, stop);
     if (!options.isQuiet) {
         summarise(bench.logger(), options.isJson);
@@ -148,6 +150,7 @@ void addRun(CLI::App& app, Context& context)
         ->type_name("ARGS");
     command->positionals_at_end();
     command->footer("\nEnds like its program. What crossed each channel is written to standard error.\n"
+                    "Ctrl-C or SIGTERM ends the program with SIGTERM; a second one kills it.\n"
                     "\nExamples:\n"
                     "  vlogger run -- ./my_program --fast\n"
                     "  vlogger run --config bench.toml -- ./my_program\n");

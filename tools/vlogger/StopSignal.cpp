@@ -2,10 +2,13 @@
 
 #include <poll.h>
 #include <sys/eventfd.h>
+#include <sys/signalfd.h>
 
-#include <atomic>
 #include <cerrno>
+#include <chrono>
+#include <csignal>
 #include <cstdint>
+#include <optional>
 #include <system_error>
 #include <unistd.h>
 
@@ -13,77 +16,110 @@ namespace tool {
 
 namespace {
 
-// A handler reaches nothing but globals.
-std::atomic<int> event{-1};
-std::atomic<bool> come{false};
-std::atomic<bool> doesSecondKill{true};
-static_assert(std::atomic<int>::is_always_lock_free && std::atomic<bool>::is_always_lock_free);
+constexpr std::chrono::milliseconds TOGETHER{500};
 
-void setAction(void (*handler)(int), int flags)
+sigset_t stopSignals()
 {
-    struct sigaction action
-    {
-    };
-    action.sa_handler = handler;
-    // Nothing that is under way fails; whoever waits for a signal polls.
-    action.sa_flags = SA_RESTART | flags;
-    ::sigaction(SIGINT, &action, nullptr);
-    ::sigaction(SIGTERM, &action, nullptr);
+    sigset_t set;
+    sigemptyset(&set);
+    sigaddset(&set, SIGINT);
+    sigaddset(&set, SIGTERM);
+    return set;
 }
 
-void take(int)
+/// Ends the process as the signal would have done.
+void dieOf(int number)
 {
-    const int reason = errno;
-    if (doesSecondKill) {
-        setAction(SIG_DFL, 0);
-    }
-    come = true;
-    const uint64_t one = 1;
-    [[maybe_unused]] const ssize_t written = ::write(event, &one, sizeof one);
-    errno = reason;
+    std::signal(number, SIG_DFL);
+    const sigset_t set = stopSignals();
+    pthread_sigmask(SIG_UNBLOCK, &set, nullptr);
+    std::raise(number);
 }
 
 } // namespace
 
-StopSignal::StopSignal(Second second) : fd(::eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK))
+StopSignal::Flag::Flag() : fd(::eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK))
 {
     if (!fd) {
         throw std::system_error(errno, std::generic_category(), "eventfd");
     }
-    event = fd.get();
-    come = false;
-    doesSecondKill = second == Second::KILLS;
-    ::sigaction(SIGINT, nullptr, &interruptBefore);
-    ::sigaction(SIGTERM, nullptr, &terminateBefore);
-    // The system itself takes the handler away at the first signal: a second one kills even if the handler is late.
-    setAction(take, doesSecondKill ? static_cast<int>(SA_RESETHAND) : 0);
+}
+
+void StopSignal::Flag::raise()
+{
+    hasCome = true;
+    const uint64_t one = 1;
+    [[maybe_unused]] const ssize_t written = ::write(fd.get(), &one, sizeof one);
+}
+
+bool StopSignal::Flag::wait(int other, int limitMs) const
+{
+    if (!hasCome) {
+        pollfd states[] = {{.fd = fd.get(), .events = POLLIN, .revents = 0},
+                           {.fd = other, .events = POLLIN, .revents = 0}};
+        while (::poll(states, 2, limitMs) < 0 && errno == EINTR) {
+        }
+    }
+    return hasCome;
+}
+
+StopSignal::StopSignal(Second secondOne) : atSecond(secondOne)
+{
+    const sigset_t set = stopSignals();
+    signals.reset(::signalfd(-1, &set, SFD_CLOEXEC));
+    if (!signals) {
+        throw std::system_error(errno, std::generic_category(), "signalfd");
+    }
+    // A thread takes them: the command may be inside a write that nothing ends, and nothing under way is interrupted.
+    pthread_sigmask(SIG_BLOCK, &set, &maskBefore);
+    listener = std::thread([this] { listen(); });
 }
 
 StopSignal::~StopSignal()
 {
-    restore();
+    end.raise();
+    listener.join();
+    // The rest of a stopped command is short, and another signal that still comes must not spoil its exit code.
+    if (!hasCome()) {
+        restore();
+    }
+}
+
+void StopSignal::listen()
+{
+    using Clock = std::chrono::steady_clock;
+    std::optional<Clock::time_point> firstTime;
+    while (!end.wait(signals.get(), -1)) {
+        signalfd_siginfo taken{};
+        if (::read(signals.get(), &taken, sizeof taken) != sizeof taken) {
+            continue;
+        }
+        if (!firstTime) {
+            firstTime = Clock::now();
+            first.raise();
+        } else if (Clock::now() - *firstTime < TOGETHER) {
+            continue;
+        } else if (atSecond == Second::KILLS) {
+            dieOf(static_cast<int>(taken.ssi_signo));
+        } else {
+            second.raise();
+        }
+    }
 }
 
 bool StopSignal::wait(int other, int limitMs)
 {
-    if (!hasCome()) {
-        pollfd states[] = {{.fd = fd.get(), .events = POLLIN, .revents = 0},
-                           {.fd = other, .events = POLLIN, .revents = 0}};
-        while (::poll(states, 2, limitMs) < 0 && errno == EINTR && !hasCome()) {
-        }
-    }
-    return hasCome();
+    return first.wait(other, limitMs);
 }
 
-bool StopSignal::hasCome() const
+bool StopSignal::waitForSecond(int other)
 {
-    return come;
+    return second.wait(other, -1);
 }
 
 void StopSignal::restore() const
 {
-    ::sigaction(SIGINT, &interruptBefore, nullptr);
-    ::sigaction(SIGTERM, &terminateBefore, nullptr);
+    pthread_sigmask(SIG_SETMASK, &maskBefore, nullptr);
 }
 
 } // namespace tool

@@ -4,22 +4,27 @@
 
 #include <signal.h>
 
+#include <atomic>
+#include <thread>
+
 namespace tool {
 
-/// SIGINT and SIGTERM as something that can be waited for. There is at most one at a time.
+/// SIGINT and SIGTERM as something that can be waited for. There is at most one at a time, made before any thread, so
+/// that every thread leaves both to this.
 ///
-/// The first one is left to the command, which ends in its own way. From then on both have their usual effect again,
-/// so that a second one ends a command that cannot: one that waits for a pipe nobody reads, say.
+/// The first one is left to the command, which ends in its own way. A second one ends a command that cannot: one that
+/// waits for a pipe nobody reads, say. What comes within half a second behind the first one belongs to it: a terminal
+/// and whoever passes a signal on often send two.
 class StopSignal
 {
 public:
     enum class Second
     {
         KILLS,
-        IS_IGNORED, ///< for a command that outlives what the first one ends
+        IS_TOLD, ///< by waitForSecond()
     };
 
-    /// @throws std::system_error if there is no descriptor left
+    /// @throws std::system_error if there is no descriptor or thread left
     explicit StopSignal(Second second = Second::KILLS);
     ~StopSignal();
     StopSignal(const StopSignal&) = delete;
@@ -31,20 +36,36 @@ public:
     /// @return true if one has come, now or earlier
     bool wait(int other, int limitMs);
 
+    /// As wait() without a limit, for the second one.
+    bool waitForSecond(int other);
+
     /// True if one has come.
-    bool hasCome() const;
+    bool hasCome() const { return first.hasCome; }
 
     /// Makes both what they were before, for a program that is started.
     void restore() const;
 
 private:
-    wire::FileDescriptor fd;
-    struct sigaction interruptBefore
+    /// Once raised it stays.
+    struct Flag
     {
+        Flag();
+        void raise();
+        bool wait(int other, int limitMs) const;
+
+        wire::FileDescriptor fd;
+        std::atomic<bool> hasCome{false};
     };
-    struct sigaction terminateBefore
-    {
-    };
+
+    void listen();
+
+    const Second atSecond;
+    Flag first;
+    Flag second;
+    Flag end; ///< of this object
+    wire::FileDescriptor signals;
+    sigset_t maskBefore{};
+    std::thread listener;
 };
 
 } // namespace tool

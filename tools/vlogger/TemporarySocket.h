@@ -4,7 +4,8 @@
 
 namespace tool {
 
-/// A place for a socket that nobody else knows, in a directory of its own that goes with this object.
+/// A place for a socket that nobody else knows, in a directory of its own that goes with this object. What
+/// killed processes have left there before goes with the next one.
 class TemporarySocket
 {
 public:
@@ -14,7 +15,7 @@ public:
     TemporarySocket(const TemporarySocket&) = delete;
     TemporarySocket& operator=(const TemporarySocket&) = delete;
 
-    std::string path() const { return directory + "/socket"; }
+    std::string path() const;
 
 private:
     std::string directory;

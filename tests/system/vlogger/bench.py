@@ -21,6 +21,36 @@ def main():
     unittest.main(argv=[sys.argv[0], *sys.argv[3:]], verbosity=2)
 
 
+def is_awaited(child, number):
+    """Whether the process takes the signal by itself instead of ending by it."""
+    with open(f"/proc/{child.pid}/status", encoding="utf-8") as file:
+        blocked = next(int(line.split()[1], 16) for line in file if line.startswith("SigBlk:"))
+    return bool(blocked >> number - 1 & 1)
+
+
+def let_stand_still(child):
+    child.send_signal(signal.SIGSTOP)
+    os.waitpid(child.pid, os.WUNTRACED)
+
+
+def stop_twice_at_once(child):
+    """Two signals that wait together, as a terminal and a program in between send them."""
+    let_stand_still(child)
+    child.send_signal(signal.SIGINT)
+    child.send_signal(signal.SIGTERM)
+    child.send_signal(signal.SIGCONT)
+
+
+def stop_until_it_ends(child):
+    """Signals, one after the other; what comes right behind the first one counts as the same."""
+    while child.poll() is None:
+        child.send_signal(signal.SIGINT)
+        try:
+            child.wait(0.05)
+        except subprocess.TimeoutExpired:
+            pass
+
+
 def generated_log(frames):
     """A log of standard, extended and FD frames on three interfaces."""
     lines = []

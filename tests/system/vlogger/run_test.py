@@ -2,11 +2,38 @@
 """The command run."""
 
 import json
+import os
+import signal
+import sys
 
-from bench import VLOGGER, Bench, main
+from bench import LIMIT_S, VLOGGER, Bench, main, stop_twice_at_once, stop_until_it_ends
+
+
+# Says "told" at SIGTERM, and ends with 7 at the next line of its input.
+PATIENT = """
+import signal, sys
+signal.signal(signal.SIGINT, signal.SIG_IGN)
+signal.pthread_sigmask(signal.SIG_BLOCK, {signal.SIGTERM})
+print("up", flush=True)
+signal.sigwait({signal.SIGTERM})
+print("told", flush=True)
+sys.stdin.readline()
+sys.exit(7)
+"""
 
 
 class RunTest(Bench):
+    def run_patient(self, *options):
+        child = self.start(VLOGGER, "run", *options, "--", sys.executable, "-c", PATIENT)
+        self.await_line(child, "up")
+        return child
+
+    def run_until_input(self):
+        """Runs a program that says where its virtual logger is and uses it once it gets a line."""
+        child = self.start(VLOGGER, "run", "-q", "--", "sh", "-c",
+                           f'echo "$VLOGGER"; read line; exec {VLOGGER} stat')
+        return child, child.stdout.readline().rstrip("\n")
+
     def test_exit_code_and_channels_of_the_program_are_passed_on(self):
         done = self.run_tool("run", "--json", "--", "sh", "-c", f"{VLOGGER} send can1 123#AA; exit 7", code=7)
         self.assertEqual(json.loads(done.stderr), {"channels": [{"channel": 0, "sent": 0, "received": 1},
@@ -26,6 +53,49 @@ class RunTest(Bench):
 
     def test_signal_that_ends_the_program_is_in_the_code(self):
         self.run_tool("run", "-q", "--", "sh", "-c", "kill -9 $$", code=137)
+
+    def test_signal_reaches_the_program_which_ends_in_its_own_way(self):
+        for number in (signal.SIGINT, signal.SIGTERM):
+            child = self.run_patient("-q")
+            child.send_signal(number)
+            self.await_line(child, "told")
+            self.assertEqual(child.communicate("\n", timeout=LIMIT_S), ("", ""))
+            self.assertEqual(child.returncode, 7)
+
+    def test_two_signals_at_once_leave_the_program_its_time(self):
+        child = self.run_patient("-q")
+        stop_twice_at_once(child)
+        self.await_line(child, "told")
+        child.communicate("\n", timeout=LIMIT_S)
+        self.assertEqual(child.returncode, 7)
+
+    def test_second_signal_kills_a_program_that_does_not_end(self):
+        child = self.run_patient()
+        stop_until_it_ends(child)
+        out, err = child.communicate(timeout=LIMIT_S)
+        self.assertEqual((out, err), ("told\n", "vlogger: channel        sent    received\n"
+                                                "vlogger: nothing crossed any channel\n"))
+        self.assertEqual(child.returncode, 128 + signal.SIGKILL)
+
+    def test_program_is_told_when_its_run_is_killed(self):
+        child = self.run_patient()
+        child.kill()
+        self.await_line(child, "told")
+
+    def test_directory_of_a_killed_one_goes_with_the_next(self):
+        child, socket = self.run_until_input()
+        child.kill()
+        child.wait()
+        self.run_tool("run", "-q", "--", "true")
+        self.assertFalse(os.path.exists(os.path.dirname(socket)))
+
+    def test_directory_of_a_living_one_stays(self):
+        child, socket = self.run_until_input()
+        self.run_tool("run", "-q", "--", "true")
+        self.assertTrue(os.path.exists(socket))
+        _, err = child.communicate("\n", timeout=LIMIT_S)
+        self.assertEqual((child.returncode, err), (0, ""))
+        self.assertFalse(os.path.exists(os.path.dirname(socket)))
 
 
 if __name__ == "__main__":

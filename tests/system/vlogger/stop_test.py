@@ -8,16 +8,10 @@ import subprocess
 import sys
 import termios
 
-from bench import LIMIT_S, VLOGGER, Bench, generated_log, main
+from bench import (LIMIT_S, VLOGGER, Bench, generated_log, is_awaited, let_stand_still, main,
+                   stop_until_it_ends)
 
 FRAMES = 3000
-
-
-def is_caught(child, number):
-    """Whether the process has a handler for the signal."""
-    with open(f"/proc/{child.pid}/status", encoding="utf-8") as file:
-        caught = next(int(line.split()[1], 16) for line in file if line.startswith("SigCgt:"))
-    return bool(caught >> number - 1 & 1)
 
 
 def bytes_waiting(pipe):
@@ -25,30 +19,21 @@ def bytes_waiting(pipe):
     return int.from_bytes(fcntl.ioctl(pipe, termios.FIONREAD, bytes(4)), sys.byteorder)
 
 
-def let_stand_still(child):
-    child.send_signal(signal.SIGSTOP)
-    os.waitpid(child.pid, os.WUNTRACED)
-
-
 class StopTest(Bench):
-    def replay_past(self, child, frames):
+    def replay_past(self, child, frames, *signals):
         """Sends frames on can0 while the process stands still, then stops it for good."""
         let_stand_still(child)
         self.run_tool("replay", self.write("in.log", generated_log(frames)), "--map", "can2=0", "--map", "can4=0",
                       "--speed", "max")
-        child.send_signal(signal.SIGINT)
+        for number in signals or (signal.SIGINT,):
+            child.send_signal(number)
         child.send_signal(signal.SIGCONT)
         return child.communicate(timeout=LIMIT_S)
 
-    def stop_twice(self, child):
-        """Two signals, the second one once the first one has arrived."""
-        while not is_caught(child, signal.SIGINT):
+    def assert_second_signal_kills(self, child):
+        while not is_awaited(child, signal.SIGINT):
             pass
-        child.send_signal(signal.SIGINT)
-        while is_caught(child, signal.SIGINT):
-            pass
-        child.send_signal(signal.SIGINT)
-        child.wait(LIMIT_S)
+        stop_until_it_ends(child)
         self.assertEqual(child.returncode, -signal.SIGINT)
 
     def test_recording_has_every_frame_before_the_signal(self):
@@ -67,6 +52,13 @@ class StopTest(Bench):
         out, _ = self.replay_past(dump, FRAMES)
         self.assertEqual(dump.returncode, 0)
         self.assertEqual(len(out.splitlines()), FRAMES)
+
+    def test_two_signals_at_once_are_one(self):
+        self.serve()
+        recorder = self.record(self.path("out.log"), "can0")
+        _, err = self.replay_past(recorder, FRAMES, signal.SIGINT, signal.SIGTERM)
+        self.assertEqual(err, f"vlogger: {FRAMES} frames recorded\n")
+        self.assertEqual(recorder.returncode, 0)
 
     def test_dump_ends_with_its_time(self):
         self.serve()
@@ -92,18 +84,18 @@ class StopTest(Bench):
         # More text than the pipe takes is under way then, and what is under way is shown first.
         while self.stages("monitor")[0]["in"] < 10000:
             pass
-        self.stop_twice(dump)
+        self.assert_second_signal_kills(dump)
 
     def test_second_signal_kills_a_recording_into_a_pipe_that_nobody_opens(self):
         self.serve()
         os.mkfifo(self.path("pipe"))
-        self.stop_twice(self.start(VLOGGER, "record", "--format", "log", self.path("pipe")))
+        self.assert_second_signal_kills(self.start(VLOGGER, "record", "--format", "log", self.path("pipe")))
 
     def test_second_signal_kills_a_recording_of_a_virtual_logger_that_stands_still(self):
         logger = self.serve()
         recorder = self.record(self.path("out.log"))
         let_stand_still(logger)
-        self.stop_twice(recorder)
+        self.assert_second_signal_kills(recorder)
         logger.send_signal(signal.SIGCONT)
 
     def test_replay_of_an_idle_standard_input_ends_with_what_came(self):
@@ -115,7 +107,7 @@ class StopTest(Bench):
             replay.stdin.flush()
             if begin:
                 self.assertIn("123#AA", recorder.stdout.readline())
-            while not is_caught(replay, signal.SIGINT):
+            while not is_awaited(replay, signal.SIGINT):
                 pass
             replay.send_signal(signal.SIGINT)
             replay.wait(LIMIT_S)
@@ -135,15 +127,6 @@ class StopTest(Bench):
         _, err = replay.communicate(timeout=LIMIT_S)
         self.assertEqual(replay.returncode, 0, err)
         self.assertTrue(err.startswith("vlogger: 1 frames sent in "), err)
-
-    def test_run_outlives_a_second_signal(self):
-        child = self.start(VLOGGER, "run", "-q", "--", "sh", "-c", "trap '' INT TERM; echo up; read line; exit 7")
-        self.await_line(child, "up")
-        self.assertTrue(is_caught(child, signal.SIGINT))
-        for number in (signal.SIGINT, signal.SIGTERM, signal.SIGINT):
-            child.send_signal(number)
-        child.communicate("done\n", timeout=LIMIT_S)
-        self.assertEqual(child.returncode, 7)
 
 
 if __name__ == "__main__":
