@@ -41,7 +41,8 @@ public:
     /// @param message      the message; the bus takes it over
     /// @param keep         true: a registration, to be sent again whenever a connection is set up; false: once. A
     ///                     registration is kept also if there is no bus at the moment; one that equals an earlier
-    ///                     one is kept once
+    ///                     one is kept once. A bus that does not take it loses this connection, which the callbacks
+    ///                     are told, and gets it with the next one
     /// @return true once the bus has the message; false if there is no bus, the bus takes nothing for 5 s, the name
     ///         is none, the message is null or longer than 65535 bytes when serialised, or in a forked child
     bool sendTo(const std::string& destination, std::unique_ptr<MessageBase> message, bool keep);

@@ -90,7 +90,9 @@ void PipeCalls::reset()
 
 void PipeCalls::ownTime()
 {
-    expiryFd = eventfd(0, EFD_SEMAPHORE | EFD_CLOEXEC);
+    if (expiryFd < 0) {
+        expiryFd = eventfd(0, EFD_SEMAPHORE | EFD_CLOEXEC);
+    }
 }
 
 void PipeCalls::expire()

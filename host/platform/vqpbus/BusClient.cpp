@@ -87,10 +87,20 @@ bool BusClient::sendTo(const std::string& destination, const MessageBase* messag
         }
         // A connection that was made just now has got it with the other kept ones.
         const int errorNumber = attempt.isNew && keep ? 0 : attempt.connection->send(packet);
-        if (errorNumber != EPIPE && errorNumber != ECONNRESET) {
-            return errorNumber == 0;
+        if (errorNumber == 0) {
+            return true;
+        }
+        const bool isLost = errorNumber == EPIPE || errorNumber == ECONNRESET;
+        if (!isLost && !keep) {
+            return false;
         }
         forget(attempt.connection);
+        if (!isLost) {
+            // Whoever registered would stay deaf without knowing: the bus thread takes what has arrived, says that
+            // the connection is gone, and makes the next one with every registration.
+            attempt.connection->end();
+            return false;
+        }
     }
     return false;
 }

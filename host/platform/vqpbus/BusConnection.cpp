@@ -5,6 +5,8 @@
 
 #include <wire/PacketSocket.h>
 
+#include <sys/socket.h>
+
 #include <cerrno>
 #include <system_error>
 
@@ -25,6 +27,11 @@ int BusConnection::send(std::span<const uint8_t> packet) const
         return 0;
     }
     return errno == EAGAIN ? ETIMEDOUT : errno;
+}
+
+void BusConnection::end() const
+{
+    ::shutdown(connection.get(), SHUT_RDWR);
 }
 
 std::span<const uint8_t> BusConnection::receive()

@@ -12,7 +12,7 @@ namespace vqhost {
 
 /// One connection to the process bus, from its hello to its end.
 ///
-/// Threads: send() may be called from any thread, receive() from one at a time.
+/// Threads: send() and end() may be called from any thread, receive() from one at a time.
 class BusConnection
 {
 public:
@@ -23,6 +23,9 @@ public:
     /// Hands a MESSAGE packet to the bus. Waits a bounded time while the bus is busy.
     /// @return 0, or the error number
     int send(std::span<const uint8_t> packet) const;
+
+    /// Ends the connection: nothing is sent any more, receive() returns what has arrived, then the end.
+    void end() const;
 
     /// Waits for the next packet.
     /// @return the packet, valid until the next call; empty at the end of the connection

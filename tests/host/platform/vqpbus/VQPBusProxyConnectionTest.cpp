@@ -6,6 +6,7 @@
 #include <support/Waiting.h>
 
 #include <pthread.h>
+#include <sys/socket.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -13,6 +14,7 @@
 #include <csignal>
 #include <cstdlib>
 #include <future>
+#include <utility>
 
 // What becomes of the connection and its thread: none yet, refused, lost, no room, another process.
 
@@ -21,6 +23,24 @@ using namespace busproxy;
 namespace {
 
 using VQPBusProxyConnectionTest = ProxyTest;
+
+/// Error of this thread's next sendmsg(), 0 if it is to pass.
+thread_local int nextSendError = 0;
+
+} // namespace
+
+extern "C" ssize_t __real_sendmsg(int fd, const msghdr* message, int flags);
+extern "C" ssize_t __wrap_sendmsg(int fd, const msghdr* message, int flags);
+ssize_t __wrap_sendmsg(int fd, const msghdr* message, int flags)
+{
+    if (const int error = std::exchange(nextSendError, 0)) {
+        errno = error;
+        return -1;
+    }
+    return __real_sendmsg(fd, message, flags);
+}
+
+namespace {
 
 /// While this object lives the process has no room for a thread.
 class NoRoomForThreads
@@ -164,6 +184,81 @@ TEST_F(VQPBusProxyConnectionTest, SendOnALostConnectionJoinsAgainAtOnce)
               (std::vector{hello("Diagnostic"), message("TraceLogger", "kept"), message("TraceLogger", "next")}));
     mayLeave.set_value();
     ASSERT_TRUE(callback.waitFor(CONNECTED_AGAIN));
+    sut.removeCallBack(callback);
+}
+
+/// The bus takes nothing for as long as a send waits.
+class VQPBusProxyTimeoutTest : public VQPBusProxyConnectionTest
+{
+protected:
+    bool sendInVain(const std::string& text, bool keep)
+    {
+        nextSendError = EAGAIN; // what the system says when the time is over
+        return sut.sendTo("TraceLogger", command(text), keep);
+    }
+};
+
+TEST_F(VQPBusProxyTimeoutTest, RegistrationThatTheBusDidNotTakeIsSentOnANewConnection)
+{
+    startBus();
+    RecordingBusCallback callback;
+    connect(callback);
+    EXPECT_TRUE(sut.sendTo("TraceLogger", command("first"), true));
+
+    EXPECT_FALSE(sendInVain("late", true));
+
+    ASSERT_TRUE(callback.waitFor(CONNECTED_AGAIN));
+    ASSERT_TRUE(bus->events.waitForCount(5));
+    EXPECT_EQ(bus->events.all(),
+              (std::vector{hello("Diagnostic"), message("TraceLogger", "first"), hello("Diagnostic"),
+                           message("TraceLogger", "first"), message("TraceLogger", "late")}));
+    deliverAndAwait(callback, "after");
+    EXPECT_EQ(callback.lines.all(), (std::vector<std::string>{CONNECTED, GONE, CONNECTED_AGAIN,
+                                                              "TraceLogger>Diagnostic command=19; text=after"}));
+    sut.removeCallBack(callback);
+}
+
+TEST_F(VQPBusProxyTimeoutTest, MessagesThatHaveArrivedOnTheOldConnectionAreDelivered)
+{
+    startBus();
+    std::promise<void> entered;
+    std::promise<void> mayLeave;
+    RecordingBusCallback callback;
+    bool isFirst = true;
+    callback.onMessage = [&] {
+        if (std::exchange(isFirst, false)) {
+            entered.set_value();
+            mayLeave.get_future().wait();
+        }
+    };
+    connect(callback);
+    bus->deliver("a", "b", *command("1"));
+    entered.get_future().wait();
+    bus->deliver("a", "b", *command("2"));
+
+    EXPECT_FALSE(sendInVain("late", true));
+
+    mayLeave.set_value();
+    ASSERT_TRUE(callback.waitFor(CONNECTED_AGAIN));
+    EXPECT_EQ(callback.lines.all(), (std::vector<std::string>{CONNECTED, "a>b command=19; text=1",
+                                                              "a>b command=19; text=2", GONE, CONNECTED_AGAIN}));
+    sut.removeCallBack(callback);
+}
+
+TEST_F(VQPBusProxyTimeoutTest, MessageThatTheBusDidNotTakeCostsNoConnection)
+{
+    startBus();
+    RecordingBusCallback callback;
+    connect(callback);
+
+    EXPECT_FALSE(sendInVain("lost", false));
+
+    EXPECT_TRUE(sut.sendTo("TraceLogger", command("next"), false));
+    ASSERT_TRUE(bus->events.waitForCount(2));
+    EXPECT_EQ(bus->events.all(), (std::vector{hello("Diagnostic"), message("TraceLogger", "next")}));
+    deliverAndAwait(callback, "after");
+    EXPECT_EQ(callback.lines.all().front(), CONNECTED);
+    EXPECT_EQ(callback.lines.count(), 2U);
     sut.removeCallBack(callback);
 }
 
