@@ -97,6 +97,10 @@ class Bench(unittest.TestCase):
         with open(self.path(name), encoding="utf-8") as file:
             return file.read()
 
+    def read_bytes(self, name):
+        with open(self.path(name), "rb") as file:
+            return file.read()
+
     def start(self, *command, **options):
         streams = {**{name: subprocess.PIPE for name in ("stdin", "stdout", "stderr")}, "text": True}
         child = subprocess.Popen(command, env=self.environment, **{**streams, **options})
