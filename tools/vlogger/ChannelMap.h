@@ -19,8 +19,17 @@ public:
     /// @throws WrongUsage if the interface has neither a rule nor a number
     uint8_t channelOf(const std::string& interfaceName);
 
+    /// Interfaces of rules that nobody has asked for: most likely misspelt.
+    std::vector<std::string> unusedNames() const;
+
 private:
-    std::map<std::string, uint8_t> channels;
+    struct Target
+    {
+        uint8_t channel = 0;
+        bool isUsed = false;
+    };
+
+    std::map<std::string, Target> channels;
 };
 
 } // namespace tool

@@ -6,7 +6,8 @@
 #include "Injector.h"
 #include "OptionCheck.h"
 #include "Progress.h"
-#include "ReplaySchedule.h"
+#include "ReplayClock.h"
+#include "ReplayPlayer.h"
 #include "StopSignal.h"
 #include "Usage.h"
 
@@ -40,117 +41,36 @@ struct Options
 constexpr std::chrono::milliseconds LOOK{100};
 /// Longer ones are, so that the terminal shows how far the work has come.
 constexpr std::chrono::milliseconds LOOK_MAX{500};
+/// Longer pauses are announced.
+constexpr std::chrono::seconds PAUSE_MAX{60};
 constexpr double US_PER_SECOND = 1e6;
-
-std::chrono::nanoseconds now()
-{
-    timespec time{};
-    ::clock_gettime(CLOCK_MONOTONIC, &time);
-    return std::chrono::seconds(time.tv_sec) + std::chrono::nanoseconds(time.tv_nsec);
-}
 
 uint64_t microseconds(double seconds)
 {
     return static_cast<uint64_t>(std::llround(seconds * US_PER_SECOND));
 }
 
-class Replay
+/// The clock of this machine; the stop signal ends its waits.
+class SystemClock : public ReplayClock
 {
 public:
-    Replay(const Options& chosen, const LoggerClient& client)
-        : options(chosen), speed(speedOf(chosen.speed)), fromUs(microseconds(chosen.from)),
-          toUs(chosen.to ? microseconds(*chosen.to) : std::numeric_limits<uint64_t>::max()), channels(chosen.map),
-          injector(client, chosen.asChannel)
+    explicit SystemClock(StopSignal& stopSignal) : stop(stopSignal)
     {
-        if (options.to && *options.to < options.from) {
-            throw WrongUsage("--to lies before --from");
-        }
-        if (options.file == "-" && options.loops != 1) {
-            throw WrongUsage("--loop needs a file; standard input can be read once only");
-        }
         // The kernel may put off the end of a wait by this; the default would show in every frame's time.
         ::prctl(PR_SET_TIMERSLACK, 1);
     }
 
-    /// Sends the capture once.
-    /// @return false if the user has stopped it
-    bool playOnce(StopSignal& stop)
+    std::chrono::nanoseconds now() override
     {
-        CaptureInput input(options.file, &stop);
-        const bool isWhole = play(input, stop);
-        input.remark();
-        unreadable += input.unreadable();
-        return isWhole;
+        timespec time{};
+        ::clock_gettime(CLOCK_MONOTONIC, &time);
+        return std::chrono::seconds(time.tv_sec) + std::chrono::nanoseconds(time.tv_nsec);
     }
 
-    uint64_t framesSent() const { return sent; }
-
-    void finish() { injector.finish(); }
-
-    int report(double seconds) const
-    {
-        std::cerr << "vlogger: " << sent << " frames sent in " << std::fixed << std::setprecision(3) << seconds
-                  << " s";
-        if (speed == 0 && sent != 0) {
-            std::cerr << ", " << static_cast<uint64_t>(static_cast<double>(sent) / seconds) << "/s";
-        }
-        std::cerr << std::endl;
-        if (lateness.count() != 0) {
-            std::cerr << "vlogger: lateness mean " << std::setprecision(0) << lateness.meanUs() << " us, worst "
-                      << lateness.worstUs() << " us; " << lateness.lateFrames() << " frames more than 1 ms late"
-                      << std::endl;
-        }
-        if (skipped != 0) {
-            std::cerr << "vlogger: " << skipped << " error frames skipped" << std::endl;
-        }
-        return unreadable == 0 ? SUCCESS : LOSS;
-    }
-
-private:
-    bool play(CaptureInput& input, StopSignal& stop)
-    {
-        Progress progress("replaying");
-        const ReplaySchedule schedule(now(), speed);
-        std::optional<uint64_t> beginUs;
-        capture::CaptureFrame frame;
-        while (input.next(frame)) {
-            beginUs = beginUs.value_or(frame.frame.timestampUs);
-            const uint64_t placeUs = frame.frame.timestampUs - std::min(*beginUs, frame.frame.timestampUs);
-            if (placeUs < fromUs || placeUs > toUs) {
-                continue;
-            }
-            if (!schedule.isPaced()) {
-                send(frame.frame);
-                progress.update(sent, input.done());
-                continue;
-            }
-            const auto due = schedule.dueAt(placeUs - fromUs);
-            if (!waitUntil(due, stop, [&] { progress.show(sent, input.done()); })) {
-                return false;
-            }
-            send(frame.frame);
-            lateness.add(now() - due);
-        }
-        return !stop.hasCome();
-    }
-
-    void send(const capture::CandumpFrame& frame)
-    {
-        const auto record = recordOf(frame, channels.channelOf(frame.interfaceName));
-        if (!record) {
-            ++skipped;
-            return;
-        }
-        injector.send(*record);
-        ++sent;
-    }
-
-    /// @param look  called at the beginning and now and then
-    /// @return false if the user has stopped it
-    template <typename Look>
-    static bool waitUntil(std::chrono::nanoseconds due, StopSignal& stop, Look look)
+    bool waitUntil(std::chrono::nanoseconds due, const std::function<void()>& look) override
     {
         look();
+        tellPause(due);
         while (due - now() > LOOK) {
             const auto wait = std::chrono::duration_cast<std::chrono::milliseconds>(due - now() - LOOK / 2);
             if (stop.wait(-1, static_cast<int>(std::min(wait, LOOK_MAX).count()))) {
@@ -168,14 +88,128 @@ private:
         return true;
     }
 
+private:
+    /// A replay that stands still looks dead. Times of a logger whose clock finds the system time jump by decades.
+    void tellPause(std::chrono::nanoseconds due)
+    {
+        if (const auto pause = std::chrono::duration_cast<std::chrono::seconds>(due - now()); pause > PAUSE_MAX) {
+            std::cerr << "vlogger: the next frame is due in " << pause.count() << " s" << std::endl;
+        }
+    }
+
+    StopSignal& stop;
+};
+
+/// Brings the frames of a capture to the buses.
+class Replay
+{
+public:
+    Replay(const Options& chosen, const LoggerClient& client, StopSignal& stopSignal)
+        : options(chosen), stop(stopSignal), channels(chosen.map), injector(client, chosen.asChannel),
+          clock(stopSignal),
+          player(clock, speedOf(chosen.speed),
+                 {.fromUs = microseconds(chosen.from),
+                  .toUs = chosen.to ? microseconds(*chosen.to) : std::numeric_limits<uint64_t>::max()},
+                 [this](const capture::CandumpFrame& frame) { return send(frame); })
+    {
+        if (options.to && *options.to < options.from) {
+            throw WrongUsage("--to lies before --from");
+        }
+        if (options.file == "-" && options.loops != 1) {
+            throw WrongUsage("--loop needs a file; standard input can be read once only");
+        }
+    }
+
+    /// Sends the capture as often as it is wanted, or until the user stops it.
+    void run()
+    {
+        const auto start = clock.now();
+        bool goesOn = true;
+        for (uint64_t loop = 0; goesOn && (options.loops == 0 || loop < options.loops); ++loop) {
+            const uint64_t sentBefore = player.framesSent();
+            // A capture without a frame to send would be read for ever.
+            goesOn = playOnce() && player.framesSent() != sentBefore;
+        }
+        injector.finish();
+        elapsed = clock.now() - start;
+    }
+
+    int report() const
+    {
+        const double seconds = std::chrono::duration<double>(elapsed).count();
+        const uint64_t sent = player.framesSent();
+        std::cerr << "vlogger: " << sent << " frames sent in " << std::fixed << std::setprecision(3) << seconds
+                  << " s";
+        if (speedOf(options.speed) == 0 && sent != 0) {
+            std::cerr << ", " << static_cast<uint64_t>(static_cast<double>(sent) / seconds) << "/s";
+        }
+        std::cerr << std::endl;
+        reportWhatIsMissing();
+        const Lateness& lateness = player.lateness();
+        if (lateness.count() != 0) {
+            std::cerr << "vlogger: lateness mean " << std::setprecision(0) << lateness.meanUs() << " us, worst "
+                      << lateness.worstUs() << " us; " << lateness.lateFrames() << " frames more than 1 ms late"
+                      << std::endl;
+        }
+        if (skipped != 0) {
+            std::cerr << "vlogger: " << skipped << " error frames skipped" << std::endl;
+        }
+        return unreadable == 0 ? SUCCESS : LOSS;
+    }
+
+private:
+    /// @return false if the user has stopped it
+    bool playOnce()
+    {
+        CaptureInput input(options.file, &stop);
+        Progress progress("replaying");
+        const bool isPaced = speedOf(options.speed) != 0;
+        const bool isWhole = player.play([&](capture::CaptureFrame& frame) { return input.next(frame); },
+                                         [&] {
+                                             if (isPaced) {
+                                                 progress.show(player.framesSent(), input.done());
+                                             } else {
+                                                 progress.update(player.framesSent(), input.done());
+                                             }
+                                         });
+        input.remark();
+        unreadable += input.unreadable();
+        return isWhole && !stop.hasCome();
+    }
+
+    bool send(const capture::CandumpFrame& frame)
+    {
+        const auto record = recordOf(frame, channels.channelOf(frame.interfaceName));
+        if (!record) {
+            ++skipped;
+            return false;
+        }
+        injector.send(*record);
+        return true;
+    }
+
+    /// Options that have had no effect, most likely by mistake.
+    void reportWhatIsMissing() const
+    {
+        const auto length = player.lengthUs();
+        if (length && player.framesSent() == 0 && skipped == 0 && !stop.hasCome()) {
+            std::cerr << "vlogger: no frame lies between --from and --to; the last one is "
+                      << static_cast<double>(*length) / US_PER_SECOND << " s behind the beginning" << std::endl;
+        }
+        if (player.framesSent() != 0) {
+            for (const std::string& name : channels.unusedNames()) {
+                std::cerr << "vlogger: --map names " << name << ", of which no frame was sent" << std::endl;
+            }
+        }
+    }
+
     const Options& options;
-    const double speed;
-    const uint64_t fromUs;
-    const uint64_t toUs;
+    StopSignal& stop;
     ChannelMap channels;
     Injector injector;
-    Lateness lateness;
-    uint64_t sent = 0;
+    SystemClock clock;
+    ReplayPlayer player;
+    std::chrono::nanoseconds elapsed{0};
     uint64_t skipped = 0;
     uint64_t unreadable = 0;
 };
@@ -184,16 +218,9 @@ void replay(const Options& options, Context& context)
 {
     StopSignal stop;
     const LoggerClient client(context.socket);
-    Replay player(options, client);
-    const auto start = now();
-    bool goesOn = true;
-    for (uint64_t loop = 0; goesOn && (options.loops == 0 || loop < options.loops); ++loop) {
-        const uint64_t sentBefore = player.framesSent();
-        // A capture without a frame to send would be read for ever.
-        goesOn = player.playOnce(stop) && player.framesSent() != sentBefore;
-    }
-    player.finish();
-    context.exitCode = player.report(std::chrono::duration<double>(now() - start).count());
+    Replay player(options, client, stop);
+    player.run();
+    context.exitCode = player.report();
 }
 
 } // namespace
@@ -229,8 +256,8 @@ void addReplay(CLI::App& app, Context& context)
         "The channels send, as their applications would; otherwise somebody else on their buses does, "
         "and the channels receive");
     command->footer(
-        "\nTimes are counted from the start, so that delays do not add up. An interface without --map is\n"
-        "the channel of the number in its name.\n"
+        "\nTimes are counted from the start, so that delays do not add up; a capture that is sent again begins\n"
+        "anew with its last frame. An interface without --map is the channel of the number in its name.\n"
         "\nExamples:\n"
         "  vlogger replay trip.log\n"
         "  vlogger replay trip.pcapng --speed max --map can0=3 --map can1=5\n"

@@ -28,6 +28,11 @@ public:
 
     bool isPaced() const { return speed != 0; }
 
+    void startAt(Instant startsAt) { start = startsAt; }
+
+    /// Lets another round begin when this place is due.
+    void goOnAt(uint64_t sinceBeginUs) { start = dueAt(sinceBeginUs); }
+
 private:
     /// About thirty years: what is further away will not be waited for, and must not overflow.
     static constexpr double FAR_NS = 1e18;

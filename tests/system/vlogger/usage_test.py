@@ -38,6 +38,29 @@ class UsageTest(Bench):
         self.assertEqual(self.complaint("replay", self.write("in.log", ""), "--from", "2", "--to", "1"),
                          "vlogger: --to lies before --from")
 
+    def test_part_without_a_frame_is_told(self):
+        self.serve()
+        log = self.write("in.log", "(5.000000) can0 001#\n(7.500000) can0 002#\n")
+        for part in (("--from", "3"), ("--from", "1", "--to", "2")):
+            done = self.run_tool("replay", log, *part)
+            self.assertEqual(done.stderr.splitlines()[1:],
+                             ["vlogger: no frame lies between --from and --to; the last one is 2.500 s behind the "
+                              "beginning"])
+
+    def test_map_of_an_interface_that_is_not_there_is_told(self):
+        self.serve()
+        log = self.write("in.log", "(5.000000) can0 001#\n")
+        done = self.run_tool("replay", log, "--map", "vcan0=3", "--map", "can0=1")
+        self.assertEqual(done.stderr.splitlines()[1], "vlogger: --map names vcan0, of which no frame was sent")
+
+    def test_map_that_cannot_be_is_refused(self):
+        self.serve()
+        log = self.write("in.log", "(5.000000) body 001#\n")
+        self.assertEqual(self.complaint("replay", log),
+                         'vlogger: the capture\'s interface "body" stands for no channel; say which: --map body=0')
+        self.assertEqual(self.complaint("replay", log, "--map", "body"),
+                         'vlogger: map "body": it is not interface=channel, for example can0=3')
+
     def test_speeds_that_cannot_be_are_refused(self):
         for speed in ("0", "-1", "nan", "inf", "1e7", "fast", "1x", "0x10", " 2", "+2"):
             self.assertEqual(self.complaint("replay", self.path("in.log"), "--speed", speed),
@@ -112,6 +135,7 @@ class UsageTest(Bench):
             self.assertEqual(dump.stdout.readline(), "  can0  001   [0]\n")
             code, _, err = self.stop(child)
             self.assertEqual(code, 0)
+            self.assertRegex(err.splitlines()[0], r"^vlogger: the next frame is due in \d{9,} s$")
             self.assertIn("1 frames sent", err)
 
     def test_last_line_without_its_end_and_foreign_line_ends_are_read(self):

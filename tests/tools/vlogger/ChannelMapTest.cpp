@@ -5,6 +5,7 @@
 #include <gtest/gtest.h>
 
 #include <string>
+#include <vector>
 
 namespace tool {
 
@@ -29,6 +30,14 @@ TEST(ChannelMapTest, LastOfTwoRulesForOneInterfaceHolds)
 {
     ChannelMap sut({"can0=3", "can0=4"});
     EXPECT_EQ(sut.channelOf("can0"), 4);
+}
+
+TEST(ChannelMapTest, RulesThatNobodyHasAskedForAreUnused)
+{
+    ChannelMap sut({"can0=3", "vcan0=4", "body=7"});
+    sut.channelOf("can0");
+    sut.channelOf("can1");
+    EXPECT_EQ(sut.unusedNames(), (std::vector<std::string>{"body", "vcan0"}));
 }
 
 TEST(ChannelMapTest, InterfaceWithoutANumberAsksForARule)
