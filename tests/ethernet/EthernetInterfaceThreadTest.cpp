@@ -2,6 +2,9 @@
 #include <support/FailingCalls.h>
 #include <support/PrivateMember.h>
 #include <support/ProcessResources.h>
+#include <support/Waiting.h>
+
+#include <vqutil/LogUtil.h>
 
 #include <atomic>
 #include <functional>
@@ -327,6 +330,63 @@ TEST_F(EthernetInterfaceThreadTest, CallbackDuringDestructionCannotReconnect)
                      "[INFO] ETH[127.0.0.1:PORT]::disconnect() Already disconnected.", "{removeIP eth1}"}));
     ASSERT_TRUE(server.closed.waitForCount(1));
     EXPECT_EQ(processresources::settledDescriptors(descriptors), descriptors);
+}
+
+TEST_F(EthernetInterfaceThreadTest, CallbackThatIsConnectingWhenTheDestructionBeginsStartsNoThread)
+{
+    ScriptedTcpServer server(Script::SINK);
+    interface = sut.get();
+    bool connected = false;
+    Intervening intervening(5, [&] {
+        interface->disconnect();
+        failing::socketCall.holdNext(true);
+        connected = interface->connect();
+    });
+    sut->callbacks.insert(&intervening);
+    connectTo(tcp(server.port()));
+    ASSERT_TRUE(server.accepted.waitForCount(1));
+    server.send({1});
+    ASSERT_TRUE(failing::socketCall.awaitHeld());
+    takeLines();
+    auto destruction = std::async(std::launch::async, [this] { destroy(); });
+    ASSERT_TRUE(failing::joins.waitForCount(1));
+    failing::socketCall.release();
+    destruction.get();
+    EXPECT_TRUE(connected);
+    EXPECT_EQ(takeLines(),
+              (Lines{"{status 1}", "[INFO] ETH[127.0.0.1:PORT]::disconnect() Disconnected.", "{status 2}", exitLine,
+                     "[INFO] ETH[127.0.0.1:PORT]::disconnect() Already disconnected.", "{removeIP eth1}"}));
+}
+
+TEST_F(EthernetInterfaceThreadTest, DestructionThatBeginsRightBeforeANewThreadPreventsIt)
+{
+    ScriptedTcpServer server(Script::SINK);
+    interface = sut.get();
+    bool connected = false;
+    Intervening intervening(2, [&] {
+        failing::setsockoptCall.holdNext(true);
+        connected = interface->connect();
+    });
+    sut->callbacks.insert(&intervening);
+    connectTo(tcp(server.port()));
+    ASSERT_TRUE(server.accepted.waitForCount(1));
+    const size_t creations = failing::pthreadCreateCall.calls;
+    server.closeClient();
+    ASSERT_TRUE(failing::setsockoptCall.awaitHeld());
+    std::future<void> destruction;
+    {
+        // The callback's next line is the one that announces the thread; it waits there.
+        const MutexLock lock(LogUtil::logMutex);
+        failing::setsockoptCall.release();
+        ASSERT_TRUE(becomesTrue([this] { return threadRuns(); }));
+        destruction = std::async(std::launch::async, [this] { destroy(); });
+        ASSERT_TRUE(failing::joins.waitForCount(1));
+    }
+    destruction.get();
+    EXPECT_TRUE(connected);
+    EXPECT_EQ(failing::pthreadCreateCall.calls, creations);
+    EXPECT_THAT(callback.statuses.all(), ElementsAre(1, 5, 2, 1, 2));
+    ASSERT_TRUE(server.closed.waitForCount(1));
 }
 
 } // namespace

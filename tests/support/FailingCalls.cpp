@@ -116,9 +116,45 @@ void Call::fail(int errorNumber, bool onThisThreadOnly, size_t times)
     left = times;
 }
 
+void Call::holdNext(bool onThisThreadOnly)
+{
+    const std::lock_guard lock(holdMutex);
+    heldThread = onThisThreadOnly ? std::this_thread::get_id() : std::thread::id{};
+    holdsNext = true;
+}
+
+bool Call::awaitHeld()
+{
+    std::unique_lock lock(holdMutex);
+    return holdChanged.wait_for(lock, Recorder<int>::LIMIT, [this] { return isHeld; });
+}
+
+void Call::release()
+{
+    const std::lock_guard lock(holdMutex);
+    isHeld = false;
+    holdChanged.notify_all();
+}
+
+void Call::stayIfHeld()
+{
+    if (!holdsNext) {
+        return;
+    }
+    std::unique_lock lock(holdMutex);
+    if (!holdsNext || (heldThread != std::thread::id{} && heldThread != std::this_thread::get_id())) {
+        return;
+    }
+    holdsNext = false;
+    isHeld = true;
+    holdChanged.notify_all();
+    holdChanged.wait(lock, [this] { return !isHeld; });
+}
+
 int Call::takeFailure()
 {
     ++calls;
+    stayIfHeld();
     const std::thread::id wanted = thread;
     if (wanted != std::thread::id{} && wanted != std::this_thread::get_id()) {
         return 0;

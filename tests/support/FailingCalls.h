@@ -2,7 +2,9 @@
 
 #include <atomic>
 #include <cerrno>
+#include <condition_variable>
 #include <cstddef>
+#include <mutex>
 #include <thread>
 
 #include <support/Recorder.h>
@@ -20,7 +22,14 @@ public:
     /// The next `times` calls fail with this error; only calls of the calling thread if `onThisThreadOnly`.
     void fail(int errorNumber, bool onThisThreadOnly = false, size_t times = 1);
 
-    /// Asked by the wrapper.
+    /// The next call, or the next of the calling thread, goes no further than its beginning until release().
+    void holdNext(bool onThisThreadOnly = false);
+
+    /// Waits until the call is held.
+    bool awaitHeld();
+    void release();
+
+    /// Asked by the wrapper. Returns when the call is not held any more.
     /// @return the error with which this call has to fail, or 0
     int takeFailure();
 
@@ -31,6 +40,14 @@ private:
     std::atomic<size_t> left{0};
     std::atomic<int> error{0};
     std::atomic<std::thread::id> thread{};
+
+    void stayIfHeld();
+
+    std::atomic<bool> holdsNext{false};
+    std::mutex holdMutex;
+    std::condition_variable holdChanged;
+    std::thread::id heldThread{}; ///< none: any
+    bool isHeld = false;
 };
 
 extern Call socketCall;
