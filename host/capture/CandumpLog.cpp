@@ -58,7 +58,7 @@ void parseFdPart(std::string_view part, CandumpFrame& frame)
 void parseClassicPart(std::string_view part, CandumpFrame& frame)
 {
     frame.lengthCode = takeLengthCode(part);
-    if (frame.kind == FrameKind::DATA && part.starts_with('R')) {
+    if (frame.kind == FrameKind::DATA && (part.starts_with('R') || part.starts_with('r'))) {
         frame.kind = FrameKind::REMOTE;
         parseRemoteLength(part.substr(1), frame);
     } else {

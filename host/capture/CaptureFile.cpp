@@ -4,12 +4,16 @@
 #include <capture/PcapngEncoder.h>
 
 #include <algorithm>
+#include <array>
+#include <cctype>
 #include <cerrno>
 #include <fcntl.h>
 #include <system_error>
 #include <unistd.h>
 
 namespace capture {
+
+using namespace std::string_view_literals;
 
 namespace {
 
@@ -36,9 +40,19 @@ int openOutput(const std::string& path)
 
 } // namespace
 
-Format formatOfName(std::string_view path)
+std::optional<Format> formatOfName(std::string_view path)
 {
-    return path.ends_with(".pcapng") || path.ends_with(".ntar") ? Format::PCAPNG : Format::CANDUMP;
+    constexpr std::array PCAPNG_ENDINGS{".pcapng"sv, ".ntar"sv};
+    // A log under such a name would surprise whoever opens it.
+    constexpr std::array FOREIGN_ENDINGS{".pcap"sv, ".cap"sv,  ".asc"sv, ".blf"sv, ".trc"sv, ".mf4"sv, ".mdf"sv,
+                                         ".csv"sv,  ".json"sv, ".gz"sv,  ".xz"sv,  ".zst"sv, ".zip"sv};
+    std::string name(path);
+    std::ranges::transform(name, name.begin(), [](unsigned char c) { return static_cast<char>(std::tolower(c)); });
+    const auto isEnding = [&](std::string_view ending) { return name.ends_with(ending); };
+    if (std::ranges::any_of(PCAPNG_ENDINGS, isEnding)) {
+        return Format::PCAPNG;
+    }
+    return std::ranges::any_of(FOREIGN_ENDINGS, isEnding) ? std::nullopt : std::optional(Format::CANDUMP);
 }
 
 CaptureFile::CaptureFile(const std::string& path, Format format, const std::string& application)

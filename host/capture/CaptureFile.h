@@ -5,6 +5,7 @@
 
 #include <cstdint>
 #include <memory>
+#include <optional>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -17,8 +18,9 @@ enum class Format : uint8_t
     PCAPNG,
 };
 
-/// The format that a file name asks for: pcapng for ".pcapng" and ".ntar", else log lines.
-Format formatOfName(std::string_view path);
+/// The format that the ending of a file name asks for, in upper or lower case: pcapng for ".pcapng" and ".ntar", nothing
+/// for those of other capture formats, of packed files and of tables; log lines for every other.
+std::optional<Format> formatOfName(std::string_view path);
 
 /// Writes a capture into a file, or to standard output, so that the file can be read whatever happens: it grows by
 /// whole frames only, each flush is one write of the operating system, and when that fails in the middle, for

@@ -44,7 +44,9 @@ bool CaptureInput::next(capture::CaptureFrame& frame)
 {
     while (true) {
         try {
-            return reader->next(frame) && !isStopped();
+            const bool isFrame = reader->next(frame) && !isStopped();
+            hasFrames = hasFrames || isFrame;
+            return isFrame;
         } catch (const capture::CaptureError& error) {
             // What the user has cut off is no mistake of the capture.
             if (isStopped()) {
@@ -84,6 +86,11 @@ void CaptureInput::remark() const
 {
     if (errors > COMPLAINTS_MAX) {
         std::cerr << "vlogger: " << name << ": " << errors << " places in all cannot be read" << std::endl;
+    }
+    if (errors != 0 && !hasFrames) {
+        std::cerr << "vlogger: " << name
+                  << ": no frame in it can be read; pcapng files, candump logs, and what candump shows can"
+                  << std::endl;
     }
     for (const std::string& text : reader->remarks()) {
         std::cerr << "vlogger: " << name << ": " << text << std::endl;

@@ -47,6 +47,7 @@ private:
     std::unique_ptr<capture::CaptureReader> reader;
     double sizeBytes = 0;
     uint64_t errors = 0;
+    bool hasFrames = false;
 };
 
 } // namespace tool

@@ -29,22 +29,29 @@ void convert(const Options& options, Context& context)
     if (std::filesystem::equivalent(options.input, options.output, unknown)) {
         throw WrongUsage("\"" + options.output + "\" is the file that is read; it would be lost");
     }
+    const capture::Format format = chosenFormat(options.format, options.output);
     CaptureInput input(options.input);
-    capture::CaptureFile output(options.output, chosenFormat(options.format, options.output),
-                                "vlogger " VLOGGER_VERSION);
+    capture::CaptureFrame frame;
+    bool hasFrame = input.next(frame);
+    if (!hasFrame && input.unreadable() != 0) {
+        // Whatever the output file holds is worth more than nothing.
+        input.remark();
+        context.exitCode = FAILURE;
+        return;
+    }
+    capture::CaptureFile output(options.output, format, "vlogger " VLOGGER_VERSION);
     uint64_t frames = 0;
     uint64_t refused = 0;
     try {
         Progress progress("converting");
-        capture::CaptureFrame frame;
-        while (input.next(frame)) {
+        for (; hasFrame; hasFrame = input.next(frame)) {
             try {
                 output.write(frame);
             } catch (const capture::CaptureError& error) {
                 ++refused;
             }
             ++frames;
-            progress.update(frames, input.done());
+            progress.update(frames, [&] { return input.done(); });
         }
         output.finish();
     } catch (const std::system_error& error) {
@@ -78,7 +85,8 @@ void addConvert(CLI::App& app, Context& context)
         ->type_name("");
     addFormatOption(*command, options->format);
     command->footer(
-        "\nWhat cannot be read is skipped, said and counted; the exit code is 3 then. A candump log has no\n"
+        "\nWhat cannot be read is skipped, said and counted; the exit code is 3 then, and 1 if nothing can be\n"
+        "read: OUT stays as it is then. A candump log has no\n"
         "place for directions, nanoseconds and counts of lost frames; what is left out is said.\n"
         "What candump shows on a terminal is read as well, times of -t a included.\n"
         "\nExamples:\n"

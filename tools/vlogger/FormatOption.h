@@ -1,5 +1,7 @@
 #pragma once
 
+#include "Usage.h"
+
 #include <capture/CaptureFile.h>
 
 #include <CLI/CLI.hpp>
@@ -16,12 +18,17 @@ inline void addFormatOption(CLI::App& command, std::string& format)
         ->type_name("FORMAT");
 }
 
+/// @throws WrongUsage if neither the option nor the name says it
 inline capture::Format chosenFormat(const std::string& format, const std::string& path)
 {
-    if (format.empty()) {
-        return capture::formatOfName(path);
+    if (!format.empty()) {
+        return format == "pcapng" ? capture::Format::PCAPNG : capture::Format::CANDUMP;
     }
-    return format == "pcapng" ? capture::Format::PCAPNG : capture::Format::CANDUMP;
+    const auto named = capture::formatOfName(path);
+    if (!named) {
+        throw WrongUsage("\"" + path + "\": this format is not written; name it .log or .pcapng, or give --format");
+    }
+    return *named;
 }
 
 } // namespace tool

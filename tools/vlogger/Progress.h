@@ -18,11 +18,13 @@ public:
     Progress& operator=(const Progress&) = delete;
 
     /// Cheap enough for every frame.
-    /// @param done   0 to 1; negative: nobody knows how much there is
-    void update(uint64_t frames, double done)
+    /// @param done   called only if it is shown, since it may ask the system: 0 to 1; negative: nobody knows how much
+    ///               there is
+    template <typename Done>
+    void update(uint64_t frames, Done done)
     {
         if (isShown && (frames & LOOK_MASK) == 0) {
-            show(frames, done);
+            show(frames, done());
         }
     }
     /// The same for work that comes slowly.

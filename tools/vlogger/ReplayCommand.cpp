@@ -169,7 +169,7 @@ private:
                                              if (isPaced) {
                                                  progress.show(player.framesSent(), input.done());
                                              } else {
-                                                 progress.update(player.framesSent(), input.done());
+                                                 progress.update(player.framesSent(), [&] { return input.done(); });
                                              }
                                          });
         input.remark();

@@ -91,6 +91,7 @@ TEST(CandumpLineTest, RemoteFrameHasNoPayloadAndARequestedLength)
     EXPECT_EQ(frame.lengthBytes, 4);
     EXPECT_TRUE(frame.data().empty());
     EXPECT_EQ(parsed("(1.000000) can0 123#R").lengthBytes, 0);
+    EXPECT_EQ(parsed("(1.000000) can0 123#r4"), frame);
 }
 
 TEST(CandumpLineTest, ErrorFrameKeepsItsClassWithoutTheFlag)

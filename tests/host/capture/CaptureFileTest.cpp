@@ -60,8 +60,18 @@ TEST_F(CaptureFileTest, NameChoosesTheFormat)
     EXPECT_EQ(formatOfName("a.pcapng"), Format::PCAPNG);
     EXPECT_EQ(formatOfName("a.ntar"), Format::PCAPNG);
     EXPECT_EQ(formatOfName("a.log"), Format::CANDUMP);
+    EXPECT_EQ(formatOfName("A.PCAPNG"), Format::PCAPNG);
     EXPECT_EQ(formatOfName("pcapng"), Format::CANDUMP);
+    EXPECT_EQ(formatOfName("a.txt"), Format::CANDUMP);
     EXPECT_EQ(formatOfName("-"), Format::CANDUMP);
+    EXPECT_EQ(formatOfName("/dev/null"), Format::CANDUMP);
+}
+
+TEST_F(CaptureFileTest, NameOfAFormatThatIsNotWrittenChoosesNone)
+{
+    for (const char* name : {"a.pcap", "a.asc", "a.BLF", "a.log.gz", "a.csv"}) {
+        EXPECT_FALSE(formatOfName(name)) << name;
+    }
 }
 
 TEST_F(CaptureFileTest, LogHasExactlyItsLines)

@@ -112,6 +112,28 @@ class UsageTest(Bench):
                              f'vlogger: "{output}" is the file that is read; it would be lost')
         self.assertEqual(self.read("in.log"), generated_log(3))
 
+    def test_format_that_is_not_written_is_refused_by_its_name(self):
+        self.serve()
+        log = self.write("in.log", generated_log(3))
+        for name in ("out.asc", "out.pcap", "out.log.gz"):
+            path = self.path(name)
+            for command in (("convert", log, path), ("record", path)):
+                self.assertEqual(self.complaint(*command),
+                                 f'vlogger: "{path}": this format is not written; name it .log or .pcapng, or give '
+                                 "--format")
+            self.assertFalse(os.path.exists(path))
+        self.run_tool("convert", "--format", "log", log, self.path("out.csv"))
+        self.assertEqual(self.read("out.csv"), generated_log(3))
+
+    def test_file_that_is_no_capture_leaves_the_output_as_it_was(self):
+        text = self.write("in.txt", "nothing\nof the kind\n")
+        old = self.write("out.log", generated_log(3))
+        done = self.run_tool("convert", text, old, code=1)
+        self.assertEqual(done.stderr.splitlines()[-1],
+                         f"vlogger: {text}: no frame in it can be read; pcapng files, candump logs, and what candump "
+                         "shows can")
+        self.assertEqual(self.read("out.log"), generated_log(3))
+
     def test_standard_input_is_read_once_only(self):
         self.serve()
         self.assertEqual(self.complaint("replay", "-", "--loop", "2"),
@@ -133,9 +155,9 @@ class UsageTest(Bench):
         for speed in ("1", "0.000001"):
             child = self.start(VLOGGER, "replay", log, "--speed", speed)
             self.assertEqual(dump.stdout.readline(), "  can0  001   [0]\n")
+            self.assertRegex(child.stderr.readline(), r"^vlogger: the next frame is due in \d{9,} s\n$")
             code, _, err = self.stop(child)
             self.assertEqual(code, 0)
-            self.assertRegex(err.splitlines()[0], r"^vlogger: the next frame is due in \d{9,} s$")
             self.assertIn("1 frames sent", err)
 
     def test_last_line_without_its_end_and_foreign_line_ends_are_read(self):

@@ -39,7 +39,7 @@ TEST(ProgressTest, NothingIsWrittenWhereStandardErrorIsNoTerminal)
     {
         Progress sut("recording");
         sut.show(1, 0.5);
-        sut.update(0, 0.5);
+        sut.update(0, [] { return 0.5; });
     }
     EXPECT_EQ(output.err(), "");
     EXPECT_EQ(output.out(), "");
