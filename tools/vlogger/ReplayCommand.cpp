@@ -34,6 +34,7 @@ struct Options
     double from = 0;
     std::optional<double> to;
     std::vector<std::string> map;
+    std::string direction;
     bool asChannel = false;
 };
 
@@ -144,7 +145,7 @@ public:
             std::cerr << ", " << static_cast<uint64_t>(static_cast<double>(sent) / seconds) << "/s";
         }
         std::cerr << std::endl;
-        reportWhatIsMissing();
+        reportMistakes();
         const Lateness& lateness = player.lateness();
         if (lateness.count() != 0) {
             std::cerr << "vlogger: lateness mean " << std::setprecision(0) << lateness.meanUs() << " us, worst "
@@ -164,7 +165,7 @@ private:
         CaptureInput input(options.file, &stop);
         Progress progress("replaying");
         const bool isPaced = speedOf(options.speed) != 0;
-        const bool isWhole = player.play([&](capture::CaptureFrame& frame) { return input.next(frame); },
+        const bool isWhole = player.play([&](capture::CaptureFrame& frame) { return nextWanted(input, frame); },
                                          [&] {
                                              if (isPaced) {
                                                  progress.show(player.framesSent(), input.done());
@@ -175,6 +176,23 @@ private:
         input.remark();
         unreadable += input.unreadable();
         return isWhole && !stop.hasCome();
+    }
+
+    /// A frame without a direction is always wanted: a log has none.
+    bool nextWanted(CaptureInput& input, capture::CaptureFrame& frame)
+    {
+        using capture::Direction;
+        const Direction unwanted = options.direction == "rx"   ? Direction::SENT
+                                   : options.direction == "tx" ? Direction::RECEIVED
+                                                               : Direction::UNKNOWN;
+        while (input.next(frame)) {
+            if (frame.direction == Direction::UNKNOWN || frame.direction != unwanted) {
+                hasSent = hasSent || frame.direction == Direction::SENT;
+                hasReceived = hasReceived || frame.direction == Direction::RECEIVED;
+                return true;
+            }
+        }
+        return false;
     }
 
     bool send(const capture::CandumpFrame& frame)
@@ -188,13 +206,19 @@ private:
         return true;
     }
 
-    /// Options that have had no effect, most likely by mistake.
-    void reportWhatIsMissing() const
+    /// What the user has most likely not meant: options without an effect, frames that go out more than once.
+    void reportMistakes() const
     {
         const auto length = player.lengthUs();
         if (length && player.framesSent() == 0 && skipped == 0 && !stop.hasCome()) {
             std::cerr << "vlogger: no frame lies between --from and --to; the last one is "
                       << static_cast<double>(*length) / US_PER_SECOND << " s behind the beginning" << std::endl;
+        }
+        if (hasSent && hasReceived) {
+            std::cerr
+                << "vlogger: the capture has frames as sent and as received; one that two channels of a bus have "
+                   "recorded went out twice (--direction rx or tx: once)"
+                << std::endl;
         }
         if (player.framesSent() != 0) {
             for (const std::string& name : channels.unusedNames()) {
@@ -212,6 +236,8 @@ private:
     std::chrono::nanoseconds elapsed{0};
     uint64_t skipped = 0;
     uint64_t unreadable = 0;
+    bool hasSent = false;
+    bool hasReceived = false;
 };
 
 void replay(const Options& options, Context& context)
@@ -251,6 +277,11 @@ void addReplay(CLI::App& app, Context& context)
     command->add_option("--map", options->map, "Interface of the capture = channel, any number of times")
         ->type_name("can0=3")
         ->allow_extra_args(false);
+    command
+        ->add_option("--direction", options->direction,
+                     "Only frames that were recorded as received, or as sent; a log has all without a direction")
+        ->check(CLI::IsMember({"rx", "tx"}))
+        ->type_name("rx|tx");
     command->add_flag(
         "--as-channel", options->asChannel,
         "The channels send, as their applications would; otherwise somebody else on their buses does, "
@@ -261,6 +292,7 @@ void addReplay(CLI::App& app, Context& context)
         "\nExamples:\n"
         "  vlogger replay trip.log\n"
         "  vlogger replay trip.pcapng --speed max --map can0=3 --map can1=5\n"
+        "  vlogger replay trip.pcapng --direction tx --as-channel\n"
         "  vlogger replay trip.log --from 10 --to 12.5 --loop 0\n");
     command->callback([options, &context] { replay(*options, context); });
 }

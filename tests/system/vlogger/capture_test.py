@@ -99,6 +99,22 @@ class CaptureTest(Bench):
         self.run_tool("convert", self.path("out.pcapng"), self.path("out.log"))
         self.assertEqual(len(self.read("out.log").splitlines()), 3001)
 
+    def test_frame_that_two_channels_have_recorded_is_replayed_once_by_direction(self):
+        self.serve()
+        recorder = self.record(self.path("both.pcapng"))
+        self.run_tool("send", "--as-channel", "can0", "123#01", "123#02")
+        while self.stages("monitor")[0]["in"] < 4:
+            pass
+        self.stop(recorder)
+        hint = "vlogger: the capture has frames as sent and as received; one that two channels of a bus have recorded went " \
+               "out twice (--direction rx or tx: once)"
+        for options, frames in (((), 4), (("--direction", "rx"), 2), (("--direction", "tx", "--as-channel"), 2)):
+            err = self.run_tool("replay", self.path("both.pcapng"), "--speed", "max", *options).stderr
+            self.assertTrue(err.startswith(f"vlogger: {frames} frames sent in "), err)
+            self.assertEqual(hint in err.splitlines(), not options)
+        log = self.write("in.log", "(1.000000) can0 123#01\n")
+        self.assertIn("vlogger: 1 frames sent", self.run_tool("replay", log, "--direction", "rx").stderr)
+
     def convert(self, text, output="-"):
         """Converts a log to pcapng and that to a log again; returns the log and what both said."""
         first = self.run_tool("convert", self.write("in.log", text), self.path("out.pcapng"))
