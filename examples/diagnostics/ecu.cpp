@@ -27,7 +27,7 @@ vlogger::IsoTpNodeOptions controlUnit()
 
 int main(int argc, char** argv)
 {
-    if (argc != 2) {
+    if (argc != 2 || argv[1][0] == '\0') {
         std::cerr << "usage: " << argv[0]
                   << " SOCKET\nRuns a virtual logger with an ECU until SIGINT or SIGTERM.\n";
         return 2;

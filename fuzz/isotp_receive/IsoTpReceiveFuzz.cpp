@@ -1,9 +1,10 @@
 // Frames from a peer, messages to send and seconds that pass, in any order: the ISO-TP handler must report, send
 // and wait for exactly what the model of the rules does.
 //
-// Input: one byte of settings (bit 0 extended addressing, bit 1 minimal DLC), then steps. A step's first byte is
-// 0 to 8: a frame of so many bytes, which follow; 9: a second passes; 10: a message to send, its length in the next
-// two bytes, modulo 160. Higher values count modulo 11. What is missing at the end counts as zero.
+// Input: one byte of settings (bit 0 extended addressing, bit 1 minimal DLC, bit 2 slow worker), then steps. A step's
+// first byte is 0 to 8: a frame of so many bytes, which follow; 9: a second passes; 10: a message to send, its length
+// in the next two bytes, modulo 160. A slow worker carries out its commands, one by one, only with steps 11. Higher
+// values count modulo 11, with a slow worker modulo 12. What is missing at the end counts as zero.
 
 #include <support/FakeBus.h>
 #include <support/FakeTransmitter.h>
@@ -24,6 +25,7 @@ using Bytes = std::vector<uint8_t>;
 constexpr uint8_t ADDRESS = 0xA5;
 constexpr uint8_t SECOND_PASSES = 9;
 constexpr uint8_t SEND = 10;
+constexpr uint8_t WORKER_PROCEEDS = 11;
 /// Long enough for every sequence number; longer ones only make runs slow.
 constexpr size_t LONGEST = 160;
 
@@ -54,19 +56,6 @@ private:
     const uint8_t* end;
 };
 
-CanIsoTpHandler::expFrameType_t expectedBy(IsoTpModel::State state)
-{
-    switch (state) {
-    case IsoTpModel::State::RECEIVING:
-        return CanIsoTpHandler::EXPECT_CF;
-    case IsoTpModel::State::WAITING_FOR_FLOW_CONTROL:
-        return CanIsoTpHandler::EXPECT_FC;
-    case IsoTpModel::State::IDLE:
-        break;
-    }
-    return CanIsoTpHandler::EXPECT_SF_OR_FF;
-}
-
 void compare(CanIsoTpHandler& handler, RecordingIsoTpCallback& callback, IsoTpModel& model)
 {
     require(callback.events.all() == model.events);
@@ -75,13 +64,19 @@ void compare(CanIsoTpHandler& handler, RecordingIsoTpCallback& callback, IsoTpMo
     for (size_t i = 0; i < sent.size(); ++i) {
         require(Bytes(sent[i].data, sent[i].data + sent[i].length) == model.frames[i]);
     }
-    require(expectationOf(handler) == expectedBy(model.state));
+    require(expectationOf(handler) == IsoTpModel::expectationIn(model.state));
     require(handler.sendQueueEmpty() == (model.queued() == 0));
     callback.events.clear();
     callback.messages.clear();
     FakeTransmitter::instance().frames.clear();
     model.events.clear();
     model.frames.clear();
+}
+
+void catchUp(CanIsoTpHandler& handler, IsoTpModel& model)
+{
+    model.workerCatchesUp();
+    carryOutCommands(handler);
 }
 
 } // namespace
@@ -102,11 +97,17 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size)
     handler.setCallback(callback);
     IsoTpModel model({(settings & 1U) != 0, (settings & 2U) != 0, ADDRESS});
 
+    const bool workerIsSlow = (settings & 4U) != 0;
     while (!input.isEmpty()) {
-        const uint8_t step = input.byte() % 11;
+        const auto step =
+            static_cast<uint8_t>(input.byte() % (workerIsSlow ? WORKER_PROCEEDS + 1 : WORKER_PROCEEDS));
         if (step == SECOND_PASSES) {
             model.secondPasses();
             handler.handleTimeout();
+        } else if (step == WORKER_PROCEEDS) {
+            if (carryOutCommand(handler) == 's') {
+                model.workerLooks();
+            }
         } else if (step == SEND) {
             const size_t high = input.byte();
             const size_t low = input.byte();
@@ -120,9 +121,13 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size)
             model.receive(frame);
             handler.vqpBusProxyCb(&message, "", "");
         }
-        carryOutCommands(handler);
+        if (!workerIsSlow) {
+            catchUp(handler, model);
+        }
         compare(handler, callback, model);
     }
+    catchUp(handler, model);
+    compare(handler, callback, model);
     FakeBus::instance().reset(); // what stays allocated looks like a leak and costs a search for it
     std::cout.clear();
     std::cerr.clear();

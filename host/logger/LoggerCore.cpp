@@ -13,6 +13,7 @@
 #include <algorithm>
 #include <cerrno>
 #include <cstring>
+#include <stdexcept>
 #include <utility>
 
 namespace vlogger {
@@ -34,6 +35,9 @@ LoggerCore::LoggerCore(EpollLoop& eventLoop, Options settings)
       router(options, devices, deviceClock, monitors, processBus, counters), connections(eventLoop)
 {
     for (const std::shared_ptr<Node>& node : options.nodes) {
+        if (node == nullptr) {
+            throw std::invalid_argument("a node of the options is a null pointer");
+        }
         router.attach(*nodes.emplace_back(std::make_shared<NodeMember>(loop, router, node)));
     }
     if (options.socketPath.empty()) {

@@ -84,6 +84,9 @@ int VirtualLogger::connect()
 
 void VirtualLogger::sendFromNode(const wire::CanRecord& record)
 {
+    if (record.lengthBytes > wire::CAN_PAYLOAD_MAX_BYTES) {
+        throw std::invalid_argument("a frame has at most 64 bytes, not " + std::to_string(record.lengthBytes));
+    }
     const auto frame = std::make_shared<NodeFrame>(record, impl->core.frameRouter());
     impl->loop.post([this, frame] { impl->core.sendFromNode(frame); });
     frame->wait();

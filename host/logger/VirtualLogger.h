@@ -92,7 +92,7 @@ class VirtualLogger
 public:
     /// @throws std::system_error if the socket cannot be set up; EADDRINUSE if a living virtual logger listens
     ///         there (the socket of a dead one is taken over)
-    /// @throws std::invalid_argument if a channel is on two buses
+    /// @throws std::invalid_argument if a channel is on two buses, or a node is a null pointer
     explicit VirtualLogger(Options options);
     ~VirtualLogger();
     VirtualLogger(const VirtualLogger&) = delete;
@@ -108,6 +108,7 @@ public:
     /// Lets a node that is no channel of the logger send a frame on the bus of `record.channel`: it reaches every
     /// channel of that bus. Time stamp and channel are replaced on the way. Waits while a full queue of a reader
     /// that makes progress holds senders back; the end of the logger ends the wait.
+    /// @throws std::invalid_argument for more than 64 bytes of payload
     void sendFromNode(const wire::CanRecord& record);
 
     /// The device cannot be opened any more (ENOENT), or can again. Open ones stay open.

@@ -62,6 +62,7 @@ TEST_F(DiagnosticsExampleTest, WrongUsageEndsWith2)
     EXPECT_EQ(ChildProcess({TESTER_PROGRAM, "--bogus"}).run().exitCode, 2);
     EXPECT_EQ(ChildProcess({TESTER_PROGRAM, "--channel", "256"}).run().exitCode, 2);
     EXPECT_EQ(ChildProcess({ECU_PROGRAM}).run().exitCode, 2);
+    EXPECT_EQ(ChildProcess({ECU_PROGRAM, ""}).run().exitCode, 2);
 }
 
 TEST_F(DiagnosticsExampleTest, EcuThatCannotListenSaysWhy)

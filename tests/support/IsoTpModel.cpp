@@ -37,6 +37,21 @@ std::vector<IsoTpModel::Bytes> IsoTpModel::segmented(const Bytes& payload) const
     return frameList;
 }
 
+CanIsoTpHandler::expFrameType_t IsoTpModel::expectationIn(State state)
+{
+    switch (state) {
+    case State::RECEIVING:
+        return CanIsoTpHandler::EXPECT_CF;
+    case State::WAITING_FOR_FLOW_CONTROL:
+        return CanIsoTpHandler::EXPECT_FC;
+    case State::SENDING:
+        return CanIsoTpHandler::EXPECT_NONE;
+    case State::IDLE:
+        break;
+    }
+    return CanIsoTpHandler::EXPECT_SF_OR_FF;
+}
+
 void IsoTpModel::send(const Bytes& payload)
 {
     if (payload.size() > 4095) {
@@ -48,26 +63,43 @@ void IsoTpModel::send(const Bytes& payload)
     }
     queue.push_back(segmented(payload));
     if (state == State::IDLE) {
-        sendNext();
+        ++looks;
     } else {
         events.push_back(warningEvent("can't process send queue, wait for some frame"));
     }
 }
 
-void IsoTpModel::sendNext()
+void IsoTpModel::workerLooks()
 {
-    while (state == State::IDLE && !queue.empty()) {
-        frames.push_back(queue.front().front());
-        if (queue.front().size() == 1) {
-            queue.pop_front();
-        } else {
-            next = 0;
-            state = State::WAITING_FOR_FLOW_CONTROL;
-        }
+    --looks;
+    if (state == State::WAITING_FOR_FLOW_CONTROL) {
+        events.push_back(warningEvent("can't process send queue, wait for FC frame"));
+    } else if (state == State::SENDING) {
+        sendBlock();
+    } else if (state == State::IDLE && !queue.empty()) {
+        sendNext();
     }
 }
 
-void IsoTpModel::sendBlock(uint8_t blockSize)
+void IsoTpModel::workerCatchesUp()
+{
+    while (looks != 0) {
+        workerLooks();
+    }
+}
+
+void IsoTpModel::sendNext()
+{
+    frames.push_back(queue.front().front());
+    if (queue.front().size() == 1) {
+        completeMessage();
+    } else {
+        next = 0;
+        state = State::WAITING_FOR_FLOW_CONTROL;
+    }
+}
+
+void IsoTpModel::sendBlock()
 {
     const std::vector<Bytes>& message = queue.front();
     // One step is made before every block: right after the first frame, one too many after a block.
@@ -79,11 +111,19 @@ void IsoTpModel::sendBlock(uint8_t blockSize)
     for (size_t count = 0; blockSize == 0 || count < blockSize; ++count) {
         frames.push_back(message[next++]);
         if (next == message.size()) {
-            queue.pop_front();
             state = State::IDLE;
-            sendNext();
+            completeMessage();
             return;
         }
+    }
+    state = State::WAITING_FOR_FLOW_CONTROL;
+}
+
+void IsoTpModel::completeMessage()
+{
+    queue.pop_front();
+    if (!queue.empty() && looks == 0) {
+        ++looks; // one that is on its way does it, too
     }
 }
 
@@ -97,7 +137,7 @@ void IsoTpModel::abort(int code, const char* text)
 
 void IsoTpModel::secondPasses()
 {
-    if (state != State::IDLE) {
+    if (state == State::RECEIVING || state == State::WAITING_FOR_FLOW_CONTROL) {
         abort(2, "RX timeout error");
     }
 }
@@ -134,7 +174,7 @@ void IsoTpModel::receiveSingle(const Bytes& data, size_t dlc)
     }
     const auto begin = data.begin() + static_cast<std::ptrdiff_t>(control() + 1);
     events.push_back(messageEvent({begin, begin + static_cast<std::ptrdiff_t>(length)}));
-    sendNext();
+    ++looks;
 }
 
 void IsoTpModel::receiveFirst(const Bytes& data)
@@ -172,7 +212,7 @@ void IsoTpModel::receiveConsecutive(const Bytes& data, size_t dlc)
         events.push_back(messageEvent(received));
         received.clear();
         state = State::IDLE;
-        sendNext();
+        ++looks;
     }
 }
 
@@ -186,7 +226,10 @@ void IsoTpModel::receiveFlowControl(const Bytes& data, size_t dlc)
     }
     switch (data[control()] & 0x0F) {
     case 0:
-        return sendBlock(data[control() + 1]);
+        state = State::SENDING;
+        blockSize = data[control() + 1];
+        ++looks;
+        return;
     case 1:
         events.push_back(warningEvent("receive FC with state = wait"));
         return;

@@ -2,6 +2,8 @@
 
 #include <support/RecordingIsoTpCallback.h>
 
+#include <CanIsoTpHandler.h>
+
 #include <cstdint>
 #include <deque>
 #include <initializer_list>
@@ -9,8 +11,7 @@
 #include <vector>
 
 /// What a CanIsoTpHandler has to do, written from the rules of the protocol and the handler's limits alone, without
-/// threads, locks or commands. Every operation is complete when it returns, as if the worker had carried out all
-/// that follows from it.
+/// threads, locks or a pipe. What the worker does waits until the test says that it looks at its queue.
 class IsoTpModel
 {
 public:
@@ -21,6 +22,7 @@ public:
         IDLE,
         RECEIVING,
         WAITING_FOR_FLOW_CONTROL,
+        SENDING, ///< the peer has granted frames, the worker has yet to send them
     };
 
     struct Settings
@@ -36,10 +38,19 @@ public:
     void receive(const Bytes& frame);
     void secondPasses();
 
+    /// The worker carries out one command to look at its queue, which must be there.
+    void workerLooks();
+    /// The worker carries out every such command, and those that follow.
+    void workerCatchesUp();
+
     State state = State::IDLE;
     std::vector<IsoTpEvent> events; ///< what is reported
     std::vector<Bytes> frames;      ///< what is sent
     size_t queued() const { return queue.size(); }
+    size_t looks = 0; ///< commands to look at the queue that the worker has not carried out
+
+    /// What a handler in a state expects.
+    static CanIsoTpHandler::expFrameType_t expectationIn(State state);
 
 private:
     size_t control() const { return settings.extended ? 1 : 0; }
@@ -47,7 +58,8 @@ private:
                 bool alwaysFull) const;
     std::vector<Bytes> segmented(const Bytes& payload) const;
     void sendNext();
-    void sendBlock(uint8_t blockSize);
+    void sendBlock();
+    void completeMessage();
     void abort(int code, const char* text);
     void unexpected() { abort(1, "type of received frame != expected frame type"); }
     void wrongDlc() { abort(5, "DLC of received message is wrong"); }
@@ -61,6 +73,7 @@ private:
     const Settings settings;
     std::deque<std::vector<Bytes>> queue;
     size_t next = 0; ///< first frame of the message at the head that the next block may send
+    uint8_t blockSize = 0;
     Bytes received;
     size_t announced = 0;
     uint8_t sequence = 0;

@@ -55,6 +55,16 @@ std::string pendingCommands(CanIsoTpHandler& handler)
     return commands;
 }
 
+char carryOutCommand(CanIsoTpHandler& handler)
+{
+    const std::string commands = pendingCommands(handler);
+    if (commands.empty()) {
+        return 0;
+    }
+    (handler.*reveal(ReadCommand{}))();
+    return commands.front();
+}
+
 void carryOutCommands(CanIsoTpHandler& handler)
 {
     while (commandsIn((handler.*reveal(PipeFds{}))[0]) != 0) {

@@ -15,6 +15,12 @@ LineCollector::~LineCollector()
     }
 }
 
+size_t LineCollector::count(std::string_view line)
+{
+    const std::lock_guard lock(mutex);
+    return static_cast<size_t>(std::count(lines.begin(), lines.end(), line));
+}
+
 bool LineCollector::awaitLine(std::string_view line, std::chrono::milliseconds limit)
 {
     std::unique_lock lock(mutex);

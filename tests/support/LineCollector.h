@@ -28,6 +28,9 @@ public:
     /// Waits until this line, compared whole, has been written.
     bool awaitLine(std::string_view line, std::chrono::milliseconds limit = LIMIT);
 
+    /// How often this line, compared whole, has been written so far.
+    size_t count(std::string_view line);
+
     /// Waits for the end of the input and gives every line, the last one also if it has no line end.
     std::vector<std::string> allLines();
 

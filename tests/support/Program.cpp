@@ -116,6 +116,11 @@ bool Program::awaitLine(std::string_view line, std::chrono::milliseconds limit)
     return output->awaitLine(line, limit);
 }
 
+size_t Program::count(std::string_view line)
+{
+    return output->count(line);
+}
+
 std::optional<int> Program::awaitEnd(std::chrono::milliseconds limit)
 {
     if (end) {

@@ -37,6 +37,9 @@ public:
     /// Waits until the child has written this line to standard output.
     bool awaitLine(std::string_view line, std::chrono::milliseconds limit = LIMIT);
 
+    /// How often the child has written this line to standard output so far.
+    size_t count(std::string_view line);
+
     /// Waits for the end of the child.
     /// @return its exit code, minus the signal's number if a signal ended it; nothing if it still runs after the
     ///         limit

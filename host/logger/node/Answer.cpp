@@ -1,6 +1,9 @@
 #include <logger/node/Answer.h>
 
 #include <algorithm>
+#include <limits>
+#include <stdexcept>
+#include <string>
 
 namespace vlogger {
 
@@ -31,6 +34,26 @@ const Answer* findAnswer(std::span<const Answer> answers, std::span<const uint8_
 Bytes responseTo(const Answer& answer, std::span<const uint8_t> arrived)
 {
     return answer.echo ? Bytes(arrived.begin(), arrived.end()) : answer.response;
+}
+
+void requireSendable(std::span<const Answer> answers, size_t mostBytes)
+{
+    for (size_t i = 0; i < answers.size(); ++i) {
+        const size_t bytes = answers[i].response.size();
+        if (!answers[i].echo && (bytes == 0 || bytes > mostBytes)) {
+            throw std::invalid_argument("answer " + std::to_string(i) + ": a response has 1 to " +
+                                        std::to_string(mostBytes) + " bytes, not " + std::to_string(bytes));
+        }
+    }
+}
+
+void requireWait(std::string_view name, std::chrono::milliseconds time)
+{
+    constexpr int64_t LONGEST_MS = std::numeric_limits<uint32_t>::max();
+    if (time.count() < 0 || time.count() > LONGEST_MS) {
+        throw std::invalid_argument(std::string(name) + " has 0 to " + std::to_string(LONGEST_MS) + " ms, not " +
+                                    std::to_string(time.count()));
+    }
 }
 
 std::vector<Answer> diagnosticAnswers(std::string_view vehicleIdentificationNumber)

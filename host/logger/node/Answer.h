@@ -1,5 +1,6 @@
 #pragma once
 
+#include <chrono>
 #include <cstddef>
 #include <cstdint>
 #include <span>
@@ -25,6 +26,16 @@ const Answer* findAnswer(std::span<const Answer> answers, std::span<const uint8_
 
 /// What is sent as an answer to `arrived`.
 Bytes responseTo(const Answer& answer, std::span<const uint8_t> arrived);
+
+/// Makes sure that a node can send every response. Whoever builds a node has this from the configuration's check; a
+/// program that fills in the options itself has not.
+/// @param mostBytes  of one response
+/// @throws std::invalid_argument, with the number of the answer, counted from 0
+void requireSendable(std::span<const Answer> answers, size_t mostBytes);
+
+/// Makes sure that a time of a node's options lies in the future, and less than 50 days away.
+/// @throws std::invalid_argument with the name of the option
+void requireWait(std::string_view name, std::chrono::milliseconds time);
 
 /// What every control unit with diagnostics answers: tester present (3E 00) and the vehicle identification
 /// number (22 F1 90), as ISO 14229-1 has them.

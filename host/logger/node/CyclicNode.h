@@ -3,6 +3,8 @@
 #include <logger/node/Node.h>
 
 #include <algorithm>
+#include <stdexcept>
+#include <string>
 
 namespace vlogger {
 
@@ -13,7 +15,16 @@ class CyclicNode : public Node
 public:
     /// @param record  its channel is the node's
     /// @param interval  above zero
-    CyclicNode(const wire::CanRecord& record, Clock::Duration interval) : frame(record), period(interval) {}
+    /// @throws std::invalid_argument for another interval, or more than 64 bytes of payload
+    CyclicNode(const wire::CanRecord& record, Clock::Duration interval) : frame(record), period(interval)
+    {
+        if (interval <= Clock::Duration::zero()) {
+            throw std::invalid_argument("a cyclic frame needs a period above 0");
+        }
+        if (record.lengthBytes > wire::CAN_PAYLOAD_MAX_BYTES) {
+            throw std::invalid_argument("a frame has at most 64 bytes, not " + std::to_string(record.lengthBytes));
+        }
+    }
 
     uint8_t channel() const override { return frame.channel; }
     void start(Clock::Instant now) override { next = now + period; }

@@ -9,10 +9,15 @@ namespace vlogger {
 namespace {
 
 constexpr size_t WAITING_MAX = 64;
+constexpr size_t CLASSIC_BYTES = 8;
 
 } // namespace
 
-FrameNode::FrameNode(FrameNodeOptions nodeOptions) : options(std::move(nodeOptions)) {}
+FrameNode::FrameNode(FrameNodeOptions nodeOptions) : options(std::move(nodeOptions))
+{
+    requireSendable(options.answers, CLASSIC_BYTES);
+    requireWait("delay", options.delay);
+}
 
 void FrameNode::start(Clock::Instant)
 {

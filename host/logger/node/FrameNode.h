@@ -24,6 +24,7 @@ struct FrameNodeOptions
 class FrameNode : public Node
 {
 public:
+    /// @throws std::invalid_argument for a response of no or more than 8 bytes, or a delay below 0
     explicit FrameNode(FrameNodeOptions nodeOptions);
 
     uint8_t channel() const override { return options.channel; }

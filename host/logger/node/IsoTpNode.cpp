@@ -9,6 +9,10 @@ namespace vlogger {
 IsoTpNode::IsoTpNode(IsoTpNodeOptions nodeOptions)
     : options(std::move(nodeOptions)), receiver(options), sender(options)
 {
+    constexpr size_t LONGEST_MESSAGE_BYTES = 4095;
+    requireSendable(options.answers, LONGEST_MESSAGE_BYTES);
+    requireWait("delay", options.delay);
+    requireWait("waitInterval", options.waitInterval);
 }
 
 void IsoTpNode::start(Clock::Instant)

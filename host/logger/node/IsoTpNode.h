@@ -13,6 +13,7 @@ namespace vlogger {
 class IsoTpNode : public Node
 {
 public:
+    /// @throws std::invalid_argument for a response of no or more than 4095 bytes, or a time below 0
     explicit IsoTpNode(IsoTpNodeOptions nodeOptions);
     IsoTpNode(const IsoTpNode&) = delete; // its parts refer to its options
     IsoTpNode& operator=(const IsoTpNode&) = delete;
