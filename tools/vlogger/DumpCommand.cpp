@@ -5,6 +5,7 @@
 #include "JsonText.h"
 #include "MonitorReader.h"
 #include "OptionCheck.h"
+#include "StandardStreams.h"
 #include "TimeLimit.h"
 
 #include <cstdio>
@@ -15,6 +16,9 @@
 namespace tool {
 
 namespace {
+
+/// How often a dump that has nothing to show looks whether anybody still reads it.
+constexpr int LOOK_MS = 200;
 
 struct Options
 {
@@ -78,6 +82,7 @@ private:
 
 void dump(const Options& options, Context& context)
 {
+    requireStandardOutput();
     StopSignal stop;
     const FilterSet filters(options.filters);
     MonitorReader monitor(LoggerClient(context.socket), filters.channels());
@@ -91,9 +96,12 @@ void dump(const Options& options, Context& context)
             monitor.finish();
         }
         wire::MonitorEvent event;
-        const auto result = monitor.next(event, stop, limit.remainingMs(-1));
+        const auto result = monitor.next(event, stop, limit.remainingMs(LOOK_MS));
         if (result == MonitorReader::Result::QUIET) {
             std::cout.flush();
+            if (hasReaderGone()) {
+                break;
+            }
         } else if (result != MonitorReader::Result::EVENT) {
             hasLoggerGone = result == MonitorReader::Result::ENDED;
             break;

@@ -1,5 +1,7 @@
 #include "Injector.h"
 
+#include "LoggerGone.h"
+
 #include <logger/BoardKind.h>
 #include <wire/PacketSocket.h>
 
@@ -46,6 +48,10 @@ void Injector::send(const wire::CanRecord& record)
     const size_t size = wire::encode(record, bytes);
     const int fd = descriptorFor(record.channel);
     while (wire::sendPacket(fd, std::span(bytes).first(size)) != 0) {
+        // That a device has gone does not mean that its logger has.
+        if (!isChannel && (errno == EPIPE || errno == ECONNRESET)) {
+            throw LoggerGone();
+        }
         if (errno != EINTR) {
             throw std::system_error(errno, std::generic_category(), "cannot send");
         }
@@ -66,10 +72,10 @@ void Injector::finish()
     wire::ReceivedPacket received;
     if (wire::sendPacket(outside.get(), wire::encodeFinish()) != 0 ||
         wire::receivePacket(outside.get(), buffer, received) != 0) {
-        throw std::system_error(errno, std::generic_category(), "the virtual logger has gone");
+        throw LoggerGone();
     }
     if (!wire::decodeReply(std::span(buffer).first(received.sizeBytes))) {
-        throw std::system_error(ECONNRESET, std::generic_category(), "the virtual logger has gone");
+        throw LoggerGone();
     }
 }
 

@@ -87,9 +87,7 @@ double speedOf(std::string_view text)
 
 void addSecondsOption(CLI::App& command, double& chosen)
 {
-    command.add_option("--seconds", chosen, "End after so many seconds")
-        ->check(secondsAboveZero())
-        ->type_name("S");
+    command.add_option("--seconds", chosen, "End after so many seconds")->check(secondsAboveZero())->type_name("S");
 }
 
 } // namespace tool

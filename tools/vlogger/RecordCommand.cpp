@@ -26,13 +26,19 @@ struct Options
 
 void record(const Options& options, Context& context)
 {
+    const bool isPiped = options.file == "-";
+    if (isPiped) {
+        requireStandardOutput();
+    }
     StopSignal stop;
     const FilterSet filters(options.filters);
     MonitorReader monitor(LoggerClient(context.socket), filters.channels());
     capture::CaptureFile file(options.file, chosenFormat(options.format, options.file), "vlogger " VLOGGER_VERSION);
     std::cerr << "vlogger: recording to " << options.file << std::endl;
     Recording recording(filters, std::move(monitor), std::move(file),
-                        {.frames = options.count, .time = TimeLimit(options.seconds)});
+                        {.frames = options.count,
+                         .time = TimeLimit(options.seconds),
+                         .isReaderGone = isPiped ? hasReaderGone : nullptr});
     bool isWhole = false;
     try {
         isWhole = recording.run(stop);

@@ -35,6 +35,8 @@ bool Recording::run(StopSignal& stop)
             take(event);
         } else if (result != MonitorReader::Result::QUIET) {
             return result == MonitorReader::Result::STOPPED;
+        } else if (end.isReaderGone && end.isReaderGone()) {
+            return true;
         }
     }
     return true;

@@ -7,6 +7,7 @@
 #include <capture/CaptureFile.h>
 
 #include <cstdint>
+#include <functional>
 #include <limits>
 
 namespace tool {
@@ -22,6 +23,7 @@ public:
     {
         uint64_t frames = std::numeric_limits<uint64_t>::max();
         TimeLimit time{0};
+        std::function<bool()> isReaderGone = {}; ///< asked now and then; none: nobody reads along
     };
 
     Recording(FilterSet shownFrames, MonitorReader reader, capture::CaptureFile output, End reachedAt);

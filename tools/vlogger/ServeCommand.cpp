@@ -1,5 +1,6 @@
 #include "Commands.h"
 #include "ExitCode.h"
+#include "StandardStreams.h"
 #include "StopSignal.h"
 
 #include <bench/Bench.h>
@@ -39,7 +40,10 @@ void serve(const Options& options, Context& context)
     const std::string socket = socketToServe(context);
     const vlogger::Bench bench(configuration, socket);
     std::cout << "vlogger: ready at " << socket << std::endl;
-    stop.wait(-1, -1);
+    // Whoever waits for that line would wait for ever; one that has seen enough of us is another matter.
+    if (flushStandardOutput()) {
+        stop.wait(-1, -1);
+    }
     context.exitCode = SUCCESS;
 }
 

@@ -5,19 +5,10 @@
 
 #include <cerrno>
 #include <iostream>
+#include <stdexcept>
 #include <unistd.h>
 
 namespace tool {
-
-namespace {
-
-bool hasReaderGone()
-{
-    pollfd state{.fd = STDOUT_FILENO, .events = POLLOUT, .revents = 0};
-    return ::poll(&state, 1, 0) > 0 && (state.revents & POLLERR) != 0;
-}
-
-} // namespace
 
 void occupyStandardStreams()
 {
@@ -27,6 +18,19 @@ void occupyStandardStreams()
             (void)::open("/dev/null", fd == STDIN_FILENO ? O_WRONLY : O_RDONLY);
         }
     }
+}
+
+void requireStandardOutput()
+{
+    if ((::fcntl(STDOUT_FILENO, F_GETFL) & O_ACCMODE) == O_RDONLY) {
+        throw std::runtime_error("standard output cannot be written");
+    }
+}
+
+bool hasReaderGone()
+{
+    pollfd state{.fd = STDOUT_FILENO, .events = POLLOUT, .revents = 0};
+    return ::poll(&state, 1, 0) > 0 && (state.revents & POLLERR) != 0;
 }
 
 bool flushStandardOutput()

@@ -9,6 +9,13 @@ namespace tool {
 /// written to by mistake. Reading and writing there fails as before.
 void occupyStandardStreams();
 
+/// @throws std::runtime_error if standard output has never been open for writing, for a command that would otherwise
+///         find out only with its first frame
+void requireStandardOutput();
+
+/// True if standard output is a pipe and whoever read it has gone.
+bool hasReaderGone();
+
 /// Brings out what stands in standard output.
 /// @return false if something could not be written, other than because the reader has gone: `head` has seen enough
 bool flushStandardOutput();

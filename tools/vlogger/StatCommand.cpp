@@ -1,6 +1,7 @@
 #include "Commands.h"
 #include "ExitCode.h"
 #include "LoggerClient.h"
+#include "LoggerGone.h"
 #include "OptionCheck.h"
 #include "StatTable.h"
 #include "StopSignal.h"
@@ -82,7 +83,7 @@ void watch(const Options& options, const LoggerClient& client)
         if (stop.wait(-1, static_cast<int>(options.everySeconds * 1000))) {
             break;
         }
-        wire::StageReport report = client.statistics();
+        wire::StageReport report = askAgain([&] { return client.statistics(); });
         if (options.isJson) {
             std::cout << statJson(report) << std::endl;
         } else {

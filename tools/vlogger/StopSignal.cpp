@@ -24,6 +24,13 @@ sigset_t stopSignals()
     sigemptyset(&set);
     sigaddset(&set, SIGINT);
     sigaddset(&set, SIGTERM);
+    struct sigaction hangUp
+    {
+    };
+    // Under nohup a terminal that goes is none of our business.
+    if (::sigaction(SIGHUP, nullptr, &hangUp) == 0 && hangUp.sa_handler != SIG_IGN) {
+        sigaddset(&set, SIGHUP);
+    }
     return set;
 }
 
@@ -31,7 +38,9 @@ sigset_t stopSignals()
 void dieOf(int number)
 {
     std::signal(number, SIG_DFL);
-    const sigset_t set = stopSignals();
+    sigset_t set;
+    sigemptyset(&set);
+    sigaddset(&set, number);
     pthread_sigmask(SIG_UNBLOCK, &set, nullptr);
     std::raise(number);
 }

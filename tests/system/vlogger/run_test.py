@@ -55,7 +55,7 @@ class RunTest(Bench):
         self.run_tool("run", "-q", "--", "sh", "-c", "kill -9 $$", code=137)
 
     def test_signal_reaches_the_program_which_ends_in_its_own_way(self):
-        for number in (signal.SIGINT, signal.SIGTERM):
+        for number in (signal.SIGINT, signal.SIGTERM, signal.SIGHUP):
             child = self.run_patient("-q")
             child.send_signal(number)
             self.await_line(child, "told")

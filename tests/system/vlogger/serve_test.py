@@ -7,16 +7,37 @@ import shutil
 import signal
 import subprocess
 
-from bench import LIMIT_S, VLOGGER, Bench, main
+from bench import LIMIT_S, VLOGGER, Bench, is_awaited, main
 
 
 class ServeTest(Bench):
     def test_stops_cleanly_on_both_signals(self):
-        for stop in (signal.SIGINT, signal.SIGTERM):
+        for stop in (signal.SIGINT, signal.SIGTERM, signal.SIGHUP):
             child = self.serve()
             child.send_signal(stop)
             self.assertEqual(child.communicate(timeout=LIMIT_S), ("", ""))
             self.assertEqual(child.returncode, 0)
+
+    def test_outlives_its_terminal_under_nohup(self):
+        child = self.start("nohup", VLOGGER, "serve")
+        self.await_line(child, f"vlogger: ready at {self.socket}")
+        self.assertFalse(is_awaited(child, signal.SIGHUP))
+        child.send_signal(signal.SIGHUP)
+        self.run_tool("stat")
+        self.assertEqual(self.stop(child)[0], 0)
+
+    def test_ready_line_that_cannot_be_written_is_a_failure(self):
+        with open("/dev/full", "w", encoding="utf-8") as full:
+            done = subprocess.run((VLOGGER, "serve"), env=self.environment, stdout=full, stderr=subprocess.PIPE,
+                                  text=True, timeout=LIMIT_S, check=False)
+        self.assertEqual((done.returncode, done.stderr), (1, "vlogger: standard output cannot be written\n"))
+
+    def test_reader_that_has_seen_the_ready_line_is_not_needed_any_more(self):
+        child = self.serve()
+        child.stdout.close()
+        self.run_tool("stat")
+        child.send_signal(signal.SIGINT)
+        self.assertEqual(child.wait(LIMIT_S), 0)
 
     def test_second_one_on_a_socket_is_refused(self):
         first = self.serve()

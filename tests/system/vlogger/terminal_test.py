@@ -39,6 +39,13 @@ class TerminalTest(Bench):
         self.child.send_signal(signal.SIGINT)
         self.assertEqual(self.child.wait(LIMIT_S), 0)
 
+    def test_table_follows_the_size_of_its_window(self):
+        self.serve()
+        terminal = self.on_terminal("stat", "--watch", "--every", "0.05")
+        self.read_until(terminal, "waiting   dropped  frames/s\033[K")
+        fcntl.ioctl(terminal, termios.TIOCSWINSZ, struct.pack("HHHH", 24, 120, 0, 0))
+        self.read_until(terminal, "in       out   waiting   dropped  frames/s\033[K")
+
     def test_more_stages_than_rows_are_said(self):
         self.serve()
         for channel in range(0, 12, 2):

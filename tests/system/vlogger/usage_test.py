@@ -189,6 +189,22 @@ class StandardOutputTest(Bench):
                                   stderr=subprocess.PIPE, text=True, timeout=LIMIT_S, check=False)
             self.assertEqual((done.returncode, done.stderr), (1, "vlogger: standard output cannot be written\n"))
 
+    def test_closed_one_is_a_failure_before_the_first_frame(self):
+        self.serve()
+        for command in (("dump",), ("record", "--format", "log", "-")):
+            done = subprocess.run(("sh", "-c", 'exec "$@" >&-', "sh", VLOGGER, *command), env=self.environment,
+                                  stderr=subprocess.PIPE, text=True, timeout=LIMIT_S, check=False)
+            self.assertEqual((done.returncode, done.stderr), (1, "vlogger: standard output cannot be written\n"))
+
+    def test_reader_that_goes_ends_a_command_on_a_quiet_bus(self):
+        self.serve()
+        for command in (("dump",), ("record", "--format", "log", "-")):
+            child = self.start(VLOGGER, *command)
+            while not self.stages("monitor"):
+                pass
+            child.stdout.close()
+            self.assertEqual(child.wait(LIMIT_S), 0, command)
+
     def test_reader_that_has_seen_enough_is_no_failure(self):
         self.serve()
         log = self.write("in.log", generated_log(30000))
