@@ -1,5 +1,7 @@
 #include "Progress.h"
 
+#include "Terminal.h"
+
 #include <cmath>
 #include <cstdio>
 #include <iostream>
@@ -55,8 +57,10 @@ void Progress::show(uint64_t frames, double done)
     }
     nextShow = now + STEP;
     isDirty = true;
-    std::cerr << "\r\033[K" << progressText(what, frames, std::chrono::duration<double>(now - start).count(), done)
-              << std::flush;
+    const std::string text = progressText(what, frames, std::chrono::duration<double>(now - start).count(), done);
+    // A line that wraps could not be drawn over.
+    const size_t columns = terminalAt(STDERR_FILENO).value_or(Terminal()).columns;
+    std::cerr << "\r\033[K" << text.substr(0, columns - 1) << std::flush;
 }
 
 } // namespace tool

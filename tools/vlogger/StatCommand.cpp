@@ -5,13 +5,11 @@
 #include "OptionCheck.h"
 #include "StatTable.h"
 #include "StopSignal.h"
-
-#include <sys/ioctl.h>
+#include "Terminal.h"
 
 #include <algorithm>
 #include <iostream>
 #include <memory>
-#include <optional>
 #include <unistd.h>
 
 namespace tool {
@@ -30,26 +28,6 @@ constexpr const char* HOME = "\033[H";
 constexpr const char* CLEAR_SCREEN = "\033[2J";
 constexpr const char* CLEAR_REST_OF_LINE = "\033[K";
 constexpr const char* CLEAR_REST = "\033[J";
-
-/// The terminal at standard output.
-struct Terminal
-{
-    size_t columns = 80;
-    size_t rows = 24;
-};
-
-/// Asked anew for every table: windows change.
-std::optional<Terminal> terminal()
-{
-    if (::isatty(STDOUT_FILENO) != 1) {
-        return std::nullopt;
-    }
-    winsize size{};
-    if (::ioctl(STDOUT_FILENO, TIOCGWINSZ, &size) != 0 || size.ws_col == 0 || size.ws_row == 0) {
-        return Terminal();
-    }
-    return Terminal{.columns = size.ws_col, .rows = size.ws_row};
-}
 
 /// Draws over what stands there instead of clearing first, so that nothing flickers. What does not fit is left out:
 /// a terminal that scrolls shows nothing that one could read.
@@ -76,7 +54,7 @@ void watch(const Options& options, const LoggerClient& client)
 {
     StopSignal stop;
     wire::StageReport before = client.statistics();
-    if (terminal() && !options.isJson) {
+    if (terminalAt(STDOUT_FILENO) && !options.isJson) {
         std::cout << CLEAR_SCREEN;
     }
     for (uint64_t round = 0; (options.count == 0 || round < options.count) && std::cout; ++round) {
@@ -87,7 +65,7 @@ void watch(const Options& options, const LoggerClient& client)
         if (options.isJson) {
             std::cout << statJson(report) << std::endl;
         } else {
-            const auto screen = terminal();
+            const auto screen = terminalAt(STDOUT_FILENO);
             const std::string table =
                 statTable(report, &before, screen.has_value(), screen ? layoutFor(screen->columns) : StatLayout());
             // Where nothing can be drawn over, one table follows the other.
@@ -105,7 +83,7 @@ void stat(const Options& options, Context& context)
     } else if (options.isJson) {
         std::cout << statJson(client.statistics()) << std::endl;
     } else {
-        const auto screen = terminal();
+        const auto screen = terminalAt(STDOUT_FILENO);
         std::cout << statTable(client.statistics(), nullptr, screen.has_value(),
                                screen ? layoutFor(screen->columns) : StatLayout())
                   << std::flush;

@@ -66,6 +66,15 @@ class TerminalTest(Bench):
         self.assertRegex(text, "\r\033\\[Kvlogger: \\d+ frames sent in")
         self.assertEqual(self.child.wait(LIMIT_S), 0)
 
+    def test_progress_stays_in_one_line_of_a_narrow_window(self):
+        self.serve()
+        terminal = self.on_terminal("record", self.path("out.log"), "--seconds", "1000", columns=20)
+        text = self.read_until(terminal, "recording 0 frames,")
+        self.child.send_signal(signal.SIGINT)
+        text += self.read_until(terminal, "frames recorded")
+        lines = [line for line in text.split("\r\033[K") if line.startswith("recording ")]
+        self.assertEqual(set(lines), {"recording 0 frames,"})
+
     def test_recording_with_an_end_says_what_is_left(self):
         self.serve()
         terminal = self.on_terminal("record", self.path("out.log"), "--seconds", "1000")

@@ -1,0 +1,103 @@
+#include <vlogger/StopSignal.h>
+
+#include <gtest/gtest.h>
+
+#include <sys/eventfd.h>
+
+#include <csignal>
+#include <unistd.h>
+
+namespace {
+
+/// Whether the thread leaves the signal to somebody else.
+bool isBlocked(int number)
+{
+    sigset_t mask;
+    pthread_sigmask(SIG_SETMASK, nullptr, &mask);
+    return sigismember(&mask, number) == 1;
+}
+
+TEST(StopSignalTest, WithoutASignalAWaitEndsAtItsLimit)
+{
+    tool::StopSignal sut;
+    EXPECT_FALSE(sut.wait(-1, 1));
+    EXPECT_FALSE(sut.hasCome());
+}
+
+TEST(StopSignalTest, WaitEndsWhenTheOtherIsReady)
+{
+    const wire::FileDescriptor other(::eventfd(1, EFD_CLOEXEC));
+    tool::StopSignal sut;
+    EXPECT_FALSE(sut.wait(other.get(), -1));
+    EXPECT_FALSE(sut.waitForSecond(other.get()));
+}
+
+TEST(StopSignalTest, EachSignalEndsAWait)
+{
+    for (const int number : {SIGINT, SIGTERM, SIGHUP}) {
+        tool::StopSignal sut;
+        ASSERT_EQ(::kill(::getpid(), number), 0);
+        EXPECT_TRUE(sut.wait(-1, -1));
+        EXPECT_TRUE(sut.hasCome());
+    }
+}
+
+TEST(StopSignalTest, SignalThatHasComeStays)
+{
+    tool::StopSignal sut;
+    ASSERT_EQ(::kill(::getpid(), SIGTERM), 0);
+    EXPECT_TRUE(sut.wait(-1, -1));
+    EXPECT_TRUE(sut.wait(-1, -1));
+}
+
+TEST(StopSignalTest, LaterOneIsASecondOne)
+{
+    tool::StopSignal sut(tool::StopSignal::Second::IS_TOLD);
+    ASSERT_EQ(::kill(::getpid(), SIGINT), 0);
+    ASSERT_TRUE(sut.wait(-1, -1));
+    const wire::FileDescriptor ready(::eventfd(1, EFD_CLOEXEC));
+    while (!sut.waitForSecond(ready.get())) {
+        ASSERT_EQ(::kill(::getpid(), SIGINT), 0);
+    }
+}
+
+TEST(StopSignalTest, LaterOneKillsByItself)
+{
+    const auto stopTwice = [] {
+        tool::StopSignal sut;
+        while (true) {
+            ::kill(::getpid(), SIGTERM);
+        }
+    };
+    EXPECT_EXIT(stopTwice(), ::testing::KilledBySignal(SIGTERM), "");
+}
+
+TEST(StopSignalTest, IgnoredHangUpStaysIgnored)
+{
+    std::signal(SIGHUP, SIG_IGN);
+    const tool::StopSignal sut;
+    EXPECT_TRUE(isBlocked(SIGINT));
+    EXPECT_FALSE(isBlocked(SIGHUP));
+}
+
+TEST(StopSignalTest, WithoutASignalAllIsAsBeforeAtTheEnd)
+{
+    {
+        const tool::StopSignal sut;
+        EXPECT_TRUE(isBlocked(SIGTERM));
+    }
+    EXPECT_FALSE(isBlocked(SIGTERM));
+}
+
+TEST(StopSignalTest, StoppedCommandKeepsItsExitCodeWhateverStillComes)
+{
+    {
+        tool::StopSignal sut;
+        ASSERT_EQ(::kill(::getpid(), SIGTERM), 0);
+        ASSERT_TRUE(sut.wait(-1, -1));
+    }
+    ASSERT_EQ(::kill(::getpid(), SIGTERM), 0);
+    EXPECT_TRUE(isBlocked(SIGTERM)); // and so this process still lives
+}
+
+} // namespace
