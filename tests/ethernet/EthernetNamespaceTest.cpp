@@ -65,6 +65,22 @@ TEST_F(EthernetNamespaceTest, AddressThatOneObjectConfiguredTwiceGoesWithIt)
     EXPECT_THAT(network.addresses(), IsEmpty());
 }
 
+TEST_F(EthernetNamespaceTest, FirstDestroyedOfTwoWithEqualTextsLeavesTheAddressToTheOther)
+{
+    EXPECT_EQ(configure(withAddress("10.77.0.2")), 1);
+    {
+        EthernetInterface::Configuration otherPort = withAddress("10.77.0.2");
+        otherPort.port = 5001;
+        EthernetInterface first;
+        EXPECT_EQ(first.configure(otherPort), 1);
+    }
+    EXPECT_THAT(network.addresses(), ElementsAre("10.77.0.2/24 vqa:vq"));
+    const Bytes three = {1, 2, 3};
+    EXPECT_EQ(sut->send(three.data(), three.size()), 0);
+    destroy();
+    EXPECT_THAT(network.addresses(), IsEmpty());
+}
+
 TEST_F(EthernetNamespaceTest, ObjectThatWasRefusedLeavesTheAddressToTheOneThatHasIt)
 {
     EXPECT_EQ(configure(withAddress("10.77.0.2")), 1);

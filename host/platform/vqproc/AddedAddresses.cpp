@@ -1,6 +1,7 @@
 #include "vqproc/AddedAddresses.h"
 
 #include "vqproc/AddressProbe.h"
+#include "vqproc/BoundSockets.h"
 #include "vqproc/Ipv4Text.h"
 #include "vqproc/RouteSocket.h"
 #include "vqutil/ErrorLine.h"
@@ -78,6 +79,7 @@ try {
             if (holder_t* const holder = holderOf(entry, record)) {
                 // Granted again: the next removal is taken for that of a holder.
                 holder->isRefusedSince = false;
+                holder->isGivenUp = false;
             } else {
                 entry.holders.push_back({.record = record});
             }
@@ -190,9 +192,9 @@ void AddedAddresses::remove(const ethernetConfig_t& record)
     if (entry == added.end() || std::exchange(holder->isRefusedSince, false)) {
         return;
     }
-    std::erase_if(entry->holders,
-                  [&](const holder_t& candidate) { return isSameRequest(candidate.record, record); });
-    if (!entry->holders.empty()) {
+    // It stays in the list: another object with an equal record may give it up once more.
+    holder->isGivenUp = true;
+    if (!std::ranges::all_of(entry->holders, &holder_t::isGivenUp) || isBoundInThisProcess(entry->address)) {
         return;
     }
     const added_t removed = std::move(*entry);

@@ -40,8 +40,9 @@ public:
     /// for that of the refused one and leaves the address alone.
     void noteRefusal(const ethernetConfig_t& record);
 
-    /// Takes a record out of the holders of its address; with the last one the address goes. Does nothing for a
-    /// record that holds none.
+    /// Gives up a record's hold on its address. Once every record has given it up the address goes, unless a socket
+    /// of this process is bound to it: whoever uses it has an equal record, and its removal is still to come. Does
+    /// nothing for a record that holds none.
     void remove(const ethernetConfig_t& record);
 
 private:
@@ -49,6 +50,7 @@ private:
     {
         ethernetConfig_t record;
         bool isRefusedSince = false;
+        bool isGivenUp = false; ///< at least one removal since it was granted
     };
 
     struct added_t

@@ -2,6 +2,7 @@
 
 #include <support/CapturedOutput.h>
 #include <support/LinkedNamespaces.h>
+#include <support/LoopbackSocket.h>
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
@@ -47,6 +48,14 @@ protected:
         return IPConfig::getInstance()->configureIP(withAddress(address), true);
     }
     static void remove(const std::string& address) { IPConfig::getInstance()->removeIP(withAddress(address)); }
+
+    /// A socket that has the address. The caller closes it.
+    static int boundSocket(const char* address)
+    {
+        const int fd = socket(AF_INET, SOCK_DGRAM | SOCK_CLOEXEC, 0);
+        EXPECT_TRUE(loopback::tryToBind(fd, address, 0));
+        return fd;
+    }
 
     /// What configureIP writes to standard error when it refuses.
     static std::string refusal(const std::string& address)
@@ -156,6 +165,68 @@ TEST_F(IPConfigNamespaceTest, EqualRecordsCountOnce)
     EXPECT_TRUE(configure("10.77.0.2"));
     EXPECT_TRUE(configure("10.77.0.2"));
     remove("10.77.0.2");
+    EXPECT_THAT(network->addresses(), IsEmpty());
+}
+
+TEST_F(IPConfigNamespaceTest, AddressThatASocketIsBoundToStaysUntilAnEqualRecordFindsNone)
+{
+    EXPECT_TRUE(configure("10.77.0.2"));
+    const int fd = boundSocket("10.77.0.2");
+    remove("10.77.0.2");
+    EXPECT_THAT(network->addresses(), ElementsAre("10.77.0.2/24 vqa:vq"));
+    close(fd);
+    remove("10.77.0.2");
+    EXPECT_THAT(network->addresses(), IsEmpty());
+}
+
+TEST_F(IPConfigNamespaceTest, SocketOnAnotherAddressKeepsNothing)
+{
+    EXPECT_TRUE(configure("10.77.0.2"));
+    EXPECT_TRUE(configure("10.77.0.3"));
+    const int fd = boundSocket("10.77.0.3");
+    remove("10.77.0.2");
+    EXPECT_THAT(network->addresses(), ElementsAre("10.77.0.3/24 vqa:vq"));
+    close(fd);
+}
+
+TEST_F(IPConfigNamespaceTest, AddressThatAllRecordsGaveUpGoesWithTheLastSocket)
+{
+    ethernetConfig_t other = withAddress("10.77.0.2");
+    other.serverIp = "10.77.0.8";
+    EXPECT_TRUE(configure("10.77.0.2"));
+    EXPECT_TRUE(IPConfig::getInstance()->configureIP(other, true));
+    const int fd = boundSocket("10.77.0.2"); // of a second object with the first record
+    remove("10.77.0.2");
+    IPConfig::getInstance()->removeIP(other);
+    EXPECT_THAT(network->addresses(), ElementsAre("10.77.0.2/24 vqa:vq"));
+    close(fd);
+    remove("10.77.0.2");
+    EXPECT_THAT(network->addresses(), IsEmpty());
+}
+
+TEST_F(IPConfigNamespaceTest, RecordThatIsGrantedAgainHoldsTheAddressAgain)
+{
+    ethernetConfig_t other = withAddress("10.77.0.2");
+    other.serverIp = "10.77.0.8";
+    EXPECT_TRUE(configure("10.77.0.2"));
+    EXPECT_TRUE(IPConfig::getInstance()->configureIP(other, true));
+    remove("10.77.0.2");
+    EXPECT_TRUE(configure("10.77.0.2"));
+    IPConfig::getInstance()->removeIP(other);
+    EXPECT_THAT(network->addresses(), ElementsAre("10.77.0.2/24 vqa:vq"));
+    remove("10.77.0.2");
+    EXPECT_THAT(network->addresses(), IsEmpty());
+}
+
+TEST_F(IPConfigNamespaceTest, ProcessExitTakesAnAddressAwayThatASocketIsBoundTo)
+{
+    const pid_t child = startChild([] {
+        const bool isGranted = configure("10.77.0.2");
+        boundSocket("10.77.0.2");
+        remove("10.77.0.2");
+        std::exit(isGranted ? 0 : 1);
+    });
+    EXPECT_EQ(statusOf(child), 0);
     EXPECT_THAT(network->addresses(), IsEmpty());
 }
 
