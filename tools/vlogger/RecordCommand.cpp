@@ -68,7 +68,8 @@ void addRecord(CLI::App& app, Context& context)
     CLI::App* const command = app.add_subcommand("record", "Record the frames that cross the buses");
     command
         ->add_option("FILE", options->file,
-                     "Capture to write; .pcapng: pcapng, everything else: log; -: standard output")
+                     "Capture to write, in place of an older one; .pcapng: pcapng, everything else: log; -: "
+                     "standard output")
         ->required()
         ->type_name("");
     command->add_option("FILTER", options->filters, "As for dump; none: everything");

@@ -134,6 +134,11 @@ class UsageTest(Bench):
                          "shows can")
         self.assertEqual(self.read("out.log"), generated_log(3))
 
+    def test_older_recording_stays_where_nothing_can_be_recorded(self):
+        older = self.write("out.log", generated_log(3))
+        self.complaint("record", older, code=1)
+        self.assertEqual(self.read("out.log"), generated_log(3))
+
     def test_standard_input_is_read_once_only(self):
         self.serve()
         self.assertEqual(self.complaint("replay", "-", "--loop", "2"),
