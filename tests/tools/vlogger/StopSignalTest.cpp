@@ -17,14 +17,31 @@ bool isBlocked(int number)
     return sigismember(&mask, number) == 1;
 }
 
-TEST(StopSignalTest, WithoutASignalAWaitEndsAtItsLimit)
+/// Begins with the usual effect of each signal, whatever an earlier test has left.
+class StopSignalTest : public ::testing::Test
+{
+protected:
+    StopSignalTest()
+    {
+        for (const int number : {SIGINT, SIGTERM, SIGHUP}) {
+            std::signal(number, SIG_IGN); // forgets one that waits
+            sigset_t set;
+            sigemptyset(&set);
+            sigaddset(&set, number);
+            pthread_sigmask(SIG_UNBLOCK, &set, nullptr);
+            std::signal(number, SIG_DFL);
+        }
+    }
+};
+
+TEST_F(StopSignalTest, WithoutASignalAWaitEndsAtItsLimit)
 {
     tool::StopSignal sut;
     EXPECT_FALSE(sut.wait(-1, 1));
     EXPECT_FALSE(sut.hasCome());
 }
 
-TEST(StopSignalTest, WaitEndsWhenTheOtherIsReady)
+TEST_F(StopSignalTest, WaitEndsWhenTheOtherIsReady)
 {
     const wire::FileDescriptor other(::eventfd(1, EFD_CLOEXEC));
     tool::StopSignal sut;
@@ -32,7 +49,7 @@ TEST(StopSignalTest, WaitEndsWhenTheOtherIsReady)
     EXPECT_FALSE(sut.waitForSecond(other.get()));
 }
 
-TEST(StopSignalTest, EachSignalEndsAWait)
+TEST_F(StopSignalTest, EachSignalEndsAWait)
 {
     for (const int number : {SIGINT, SIGTERM, SIGHUP}) {
         tool::StopSignal sut;
@@ -42,7 +59,7 @@ TEST(StopSignalTest, EachSignalEndsAWait)
     }
 }
 
-TEST(StopSignalTest, SignalThatHasComeStays)
+TEST_F(StopSignalTest, SignalThatHasComeStays)
 {
     tool::StopSignal sut;
     ASSERT_EQ(::kill(::getpid(), SIGTERM), 0);
@@ -50,7 +67,7 @@ TEST(StopSignalTest, SignalThatHasComeStays)
     EXPECT_TRUE(sut.wait(-1, -1));
 }
 
-TEST(StopSignalTest, LaterOneIsASecondOne)
+TEST_F(StopSignalTest, LaterOneIsASecondOne)
 {
     tool::StopSignal sut(tool::StopSignal::Second::IS_TOLD);
     ASSERT_EQ(::kill(::getpid(), SIGINT), 0);
@@ -61,7 +78,7 @@ TEST(StopSignalTest, LaterOneIsASecondOne)
     }
 }
 
-TEST(StopSignalTest, LaterOneKillsByItself)
+TEST_F(StopSignalTest, LaterOneKillsByItself)
 {
     const auto stopTwice = [] {
         tool::StopSignal sut;
@@ -72,7 +89,7 @@ TEST(StopSignalTest, LaterOneKillsByItself)
     EXPECT_EXIT(stopTwice(), ::testing::KilledBySignal(SIGTERM), "");
 }
 
-TEST(StopSignalTest, IgnoredHangUpStaysIgnored)
+TEST_F(StopSignalTest, IgnoredHangUpStaysIgnored)
 {
     std::signal(SIGHUP, SIG_IGN);
     const tool::StopSignal sut;
@@ -80,7 +97,7 @@ TEST(StopSignalTest, IgnoredHangUpStaysIgnored)
     EXPECT_FALSE(isBlocked(SIGHUP));
 }
 
-TEST(StopSignalTest, WithoutASignalAllIsAsBeforeAtTheEnd)
+TEST_F(StopSignalTest, WithoutASignalAllIsAsBeforeAtTheEnd)
 {
     {
         const tool::StopSignal sut;
@@ -89,7 +106,7 @@ TEST(StopSignalTest, WithoutASignalAllIsAsBeforeAtTheEnd)
     EXPECT_FALSE(isBlocked(SIGTERM));
 }
 
-TEST(StopSignalTest, StoppedCommandKeepsItsExitCodeWhateverStillComes)
+TEST_F(StopSignalTest, StoppedCommandKeepsItsExitCodeWhateverStillComes)
 {
     {
         tool::StopSignal sut;
