@@ -83,8 +83,10 @@ void EpollLoop::run()
         armWakeUp();
         const int timeoutMs = deferred.empty() ? -1 : 0;
         const int count = ::epoll_wait(epoll.get(), events.data(), EVENTS_PER_ROUND, timeoutMs);
+        quiet = deferred.empty();
         for (int i = 0; i < count; ++i) {
-            serve(events[static_cast<size_t>(i)].data.u64, events[static_cast<size_t>(i)].events);
+            const epoll_event& event = events[static_cast<size_t>(i)];
+            quiet = !serve(event.data.u64, event.events) && quiet;
         }
         runPosted();
         runDeferred();
@@ -95,6 +97,17 @@ void EpollLoop::run()
 void EpollLoop::stop()
 {
     post([this] { stopped = true; });
+}
+
+bool EpollLoop::awaitQuiet(std::chrono::milliseconds limit)
+{
+    const auto end = std::chrono::steady_clock::now() + limit;
+    while (!call([this] { return quiet; })) {
+        if (std::chrono::steady_clock::now() > end) {
+            return false;
+        }
+    }
+    return true;
 }
 
 void EpollLoop::post(Task work)
@@ -159,20 +172,20 @@ void EpollLoop::armWakeUp()
     armedFor = earliest;
 }
 
-void EpollLoop::serve(uint64_t token, uint32_t events)
+bool EpollLoop::serve(uint64_t token, uint32_t events)
 {
     if (token == WAKE_UP_TOKEN) {
         drain(wakeUp.get());
-        return;
+        return false;
     }
     if (token == ALARM_TOKEN) {
         drain(alarmFd.get());
         armedFor = NEVER; // it has fired; whatever is first now has to be armed anew
-        return;
+        return false;
     }
     const auto found = handlers.find(token);
     if (found == handlers.end()) {
-        return;
+        return false;
     }
     Handler& handler = *found->second;
     try {
@@ -181,6 +194,7 @@ void EpollLoop::serve(uint64_t token, uint32_t events)
         diagnostics::error(std::string("a client is cut off: ") + failure.what());
         handler.onFailure();
     }
+    return true;
 }
 
 void EpollLoop::runDueTimers()

@@ -7,6 +7,7 @@
 #include <wire/FileDescriptor.h>
 
 #include <atomic>
+#include <chrono>
 #include <cstdint>
 #include <functional>
 #include <memory>
@@ -26,7 +27,7 @@ namespace vlogger {
 /// left, then what was deferred meanwhile. So a thread that moves a simulated clock and then calls into the loop
 /// finds the timers done.
 ///
-/// Threads: run() makes its caller the loop's thread. call() and stop() are for other threads; everything else, the
+/// Threads: run() makes its caller the loop's thread. call(), awaitQuiet() and stop() are for other threads; everything else, the
 /// classes Watch and Timer included, belongs to the loop's thread, or to whoever owns a loop that does not run.
 class EpollLoop
 {
@@ -83,6 +84,11 @@ public:
         }
     }
 
+    /// Waits for a round that finds no descriptor ready and nothing deferred: what was written to watched
+    /// descriptors before the call has been served then.
+    /// @return false if every round found some until the limit had passed
+    bool awaitQuiet(std::chrono::milliseconds limit);
+
     /// Has `work` run on the loop's thread; does not wait.
     void post(Task work) VQ_EXCLUDES_LOCK(mutex);
 
@@ -102,7 +108,8 @@ private:
     void remove(uint64_t token, int fd);
     void wake();
     void armWakeUp();
-    void serve(uint64_t token, uint32_t events);
+    /// @return true if a handler has been called
+    bool serve(uint64_t token, uint32_t events);
     void runDueTimers();
     void runPosted() VQ_EXCLUDES_LOCK(mutex);
     void runDeferred();
@@ -119,6 +126,7 @@ private:
     Clock::Instant armedFor;
     std::vector<Task> deferred;
     std::vector<Task> deferredNow; ///< what of it is being run; a member to keep its memory
+    bool quiet = true;             ///< no handler has been called in this round
     bool stopped = false;
 
     Mutex mutex;

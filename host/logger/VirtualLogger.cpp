@@ -144,6 +144,11 @@ uint64_t VirtualLogger::deviceOffsetUs() const
     return impl->loop.call([this] { return impl->core.clock().offsetUs(); });
 }
 
+bool VirtualLogger::settle(std::chrono::milliseconds limit)
+{
+    return impl->loop.awaitQuiet(limit);
+}
+
 Statistics VirtualLogger::statistics() const
 {
     return impl->loop.call([this] { return impl->core.statistics(); });

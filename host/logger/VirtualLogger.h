@@ -133,6 +133,11 @@ public:
     /// System time minus device time, in microseconds since the epoch: what the time-offset reader reports.
     uint64_t deviceOffsetUs() const;
 
+    /// Waits until what clients wrote before the call has been taken, a client that is gone by now included. Frames
+    /// that a full queue holds back are not waited for.
+    /// @return false if clients kept writing until the limit had passed
+    bool settle(std::chrono::milliseconds limit);
+
     Statistics statistics() const;
     /// One entry per open trace stream, in the order of opening per device.
     std::vector<ReaderStatistics> readerStatistics() const;

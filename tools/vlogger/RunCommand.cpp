@@ -12,6 +12,7 @@
 #include <sys/wait.h>
 
 #include <cerrno>
+#include <chrono>
 #include <csignal>
 #include <cstdlib>
 #include <cstring>
@@ -27,6 +28,8 @@
 namespace tool {
 
 namespace {
+
+constexpr std::chrono::milliseconds SETTLE_LIMIT{1000};
 
 struct Options
 {
@@ -130,6 +133,8 @@ int run(const Options& options, const std::string& givenSocket)
     }
     const int exitCode = exitCodeOf(child, stop);
     if (!options.isQuiet) {
+        // What the program wrote last counts too. A child of its own may go on writing; it is not waited for long.
+        bench.logger().settle(SETTLE_LIMIT);
         summarise(bench.logger(), options.isJson);
     }
     return exitCode;

@@ -1,7 +1,12 @@
 #include "LoggerTest.h"
 
+#include <logger/node/Node.h>
+
+#include <atomic>
+#include <semaphore>
 #include <stdexcept>
 #include <thread>
+#include <vector>
 
 using loggerclient::frame;
 
@@ -55,6 +60,61 @@ TEST_F(TrafficTest, EveryFieldArrivesAsSentButChannelTimeAndKind)
     EXPECT_EQ(record->id, 0x18DA00F1U);
     EXPECT_EQ(std::vector<uint8_t>(record->data().begin(), record->data().end()),
               (std::vector<uint8_t>{1, 2, 3, 255}));
+}
+
+/// Keeps the logger's thread in receive() until it is let go.
+class BlockingNode : public vlogger::Node
+{
+public:
+    uint8_t channel() const override { return 0; }
+    void start(vlogger::Clock::Instant) override {}
+    void receive(const wire::CanRecord&, vlogger::Clock::Instant) override
+    {
+        entered.release();
+        letGo.acquire();
+    }
+    std::optional<vlogger::Clock::Instant> due() const override { return std::nullopt; }
+    void proceed(vlogger::Clock::Instant, const Transmit&) override {}
+
+    std::binary_semaphore entered{0};
+    std::binary_semaphore letGo{0};
+};
+
+TEST_F(TrafficTest, SettlingWaitsForWhatClientsWroteBeforeTheyWent)
+{
+    const auto node = std::make_shared<BlockingNode>();
+    start({.nodes = {node}});
+    auto first = writer();
+    std::vector<loggerclient::Writer> others; // more than one round of the loop serves
+    for (int i = 0; i < 200; ++i) {
+        others.push_back(writer());
+    }
+    ASSERT_EQ(first.write(frame(0, 0x100)), 0);
+    node->entered.acquire();
+    for (loggerclient::Writer& other : others) {
+        ASSERT_EQ(other.write(frame(2, 0x200)), 0);
+        other.close();
+    }
+    node->letGo.release();
+    EXPECT_TRUE(sut->settle(std::chrono::milliseconds(loggerclient::LIMIT_MS)));
+    EXPECT_EQ(sut->statistics().framesIn, 1U + others.size());
+}
+
+TEST_F(TrafficTest, SettlingEndsAtItsLimitWhileAClientKeepsWriting)
+{
+    start();
+    auto from = writer();
+    std::atomic<bool> done{false};
+    std::thread busy([&] {
+        while (!done) {
+            from.write(frame(0, 0x100));
+        }
+    });
+    // A round may find the writer between two frames, so this may take several attempts.
+    while (sut->settle(std::chrono::milliseconds(0))) {
+    }
+    done = true;
+    busy.join();
 }
 
 TEST_F(TrafficTest, OnlyTheKindOfSentDataFramesChanges)
