@@ -204,6 +204,7 @@ TEST_F(VQPBusProxyTimeoutTest, RegistrationThatTheBusDidNotTakeIsSentOnANewConne
     RecordingBusCallback callback;
     connect(callback);
     EXPECT_TRUE(sut.sendTo("TraceLogger", command("first"), true));
+    ASSERT_TRUE(bus->events.waitForCount(2)); // this bus listens to its last client only
 
     EXPECT_FALSE(sendInVain("late", true));
 
