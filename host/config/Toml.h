@@ -4,6 +4,13 @@
 #define TOML_ENABLE_FORMATTERS 0
 #include <toml++/impl/preprocessor.h>
 
+// toml++ 3.3.0 asserts, and with NDEBUG under clang lets the compiler assume, that a table's header begins with a letter
+// of a key. Nothing has checked that before: a file can hold anything there. Behind it comes the check that reports it.
+#undef TOML_ASSERT
+#define TOML_ASSERT(expr) static_assert(true)
+#undef TOML_ASSERT_ASSUME
+#define TOML_ASSERT_ASSUME(expr) static_assert(true)
+
 // toml++ 3.3.0 marks as unreachable the branch that letters such as ä take when it asks whether they are white space.
 // A file can hold them anywhere, so here the answer is no, and the parser says what is wrong.
 #pragma push_macro("TOML_UNREACHABLE")

@@ -346,6 +346,13 @@ TEST(ConfigurationTest, EveryWrongValueIsNamedWithWhatItShouldBe)
     }
 }
 
+TEST(ConfigurationTest, HeaderThatNoKeyCanBeginIsNamedWithItsPlace)
+{
+    for (const char* text : {"[!]\n", "[\x01\n", "[=]\n", "[[#]]\n", "[\u00e4]\n"}) {
+        EXPECT_EQ(mistakesIn(text).substr(0, 13), "bench.toml:1:") << text;
+    }
+}
+
 TEST(ConfigurationTest, TextThatIsNoTomlIsNamedWithItsPlace)
 {
     const std::string mistake = mistakesIn("[board]\ntype = = 1\n");
