@@ -28,9 +28,9 @@ class RunTest(Bench):
         self.await_line(child, "up")
         return child
 
-    def run_until_input(self):
+    def run_until_input(self, *options):
         """Runs a program that says where its virtual logger is and uses it once it gets a line."""
-        child = self.start(VLOGGER, "run", "-q", "--", "sh", "-c",
+        child = self.start(VLOGGER, "run", *options, "--", "sh", "-c",
                            f'echo "$VLOGGER"; read line; exec {VLOGGER} stat')
         return child, child.stdout.readline().rstrip("\n")
 
@@ -45,6 +45,21 @@ class RunTest(Bench):
         self.assertEqual(done.stderr, "vlogger: channel        sent    received\n"
                                       "vlogger: can0              1           0\n"
                                       "vlogger: can1              0           1\n")
+
+    def test_summary_has_the_frames_that_a_program_sends_right_before_its_end(self):
+        frames = ["123#AA"] * 200
+        for _ in range(5):
+            done = self.run_tool("run", "--json", "--", VLOGGER, "send", "--as-channel", "can0", *frames)
+            self.assertEqual(json.loads(done.stderr)["channels"], [{"channel": 0, "sent": 200, "received": 0},
+                                                                   {"channel": 1, "sent": 0, "received": 200}])
+
+    def test_program_that_stays_connected_does_not_keep_its_run(self):
+        child, self.environment["VLOGGER"] = self.run_until_input("--json")
+        self.sender(0, 0x123, 10 ** 9)
+        while not self.stages("bus"):
+            pass
+        _, err = child.communicate("\n", timeout=LIMIT_S)
+        self.assertGreater(json.loads(err)["channels"][0]["sent"], 0)
 
     def test_program_that_cannot_be_started_has_the_usual_codes(self):
         self.run_tool("run", "-q", "--", "/no/such/program", code=127)
@@ -83,14 +98,14 @@ class RunTest(Bench):
         self.await_line(child, "told")
 
     def test_directory_of_a_killed_one_goes_with_the_next(self):
-        child, socket = self.run_until_input()
+        child, socket = self.run_until_input("-q")
         child.kill()
         child.wait()
         self.run_tool("run", "-q", "--", "true")
         self.assertFalse(os.path.exists(os.path.dirname(socket)))
 
     def test_directory_of_a_living_one_stays(self):
-        child, socket = self.run_until_input()
+        child, socket = self.run_until_input("-q")
         self.run_tool("run", "-q", "--", "true")
         self.assertTrue(os.path.exists(socket))
         _, err = child.communicate("\n", timeout=LIMIT_S)
