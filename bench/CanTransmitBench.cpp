@@ -1,4 +1,5 @@
 #include <BenchProcess.h>
+#include <TransmitterMain.h>
 
 #include <CanTxHandler.h>
 
@@ -77,13 +78,5 @@ BENCHMARK(transmitSend)->ArgName("payload")->Arg(8)->Arg(64);
 
 int main(int argc, char** argv)
 {
-    bench::useOwnLogger();
-    {
-        const bench::Silence silence;
-        CanTxHandler::getInstance(true);
-    }
-    benchmark::Initialize(&argc, argv);
-    benchmark::RunSpecifiedBenchmarks();
-    benchmark::Shutdown();
-    return 0;
+    return bench::runWithOpenTransmitter(argc, argv);
 }

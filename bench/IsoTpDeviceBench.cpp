@@ -2,9 +2,9 @@
 // are wired together. The limit writes the same records to the same device in a bare loop and waits for nobody.
 
 #include <BenchProcess.h>
+#include <TransmitterMain.h>
 
 #include <CanIsoTpHandler.h>
-#include <CanTxHandler.h>
 
 #include <vqtrace/CANExtTraceMessage.h>
 
@@ -122,13 +122,5 @@ BENCHMARK(deviceMessage)->UseRealTime();
 
 int main(int argc, char** argv)
 {
-    bench::useOwnLogger();
-    {
-        const bench::Silence silence;
-        CanTxHandler::getInstance(true);
-    }
-    benchmark::Initialize(&argc, argv);
-    benchmark::RunSpecifiedBenchmarks();
-    benchmark::Shutdown();
-    return 0;
+    return bench::runWithOpenTransmitter(argc, argv);
 }
