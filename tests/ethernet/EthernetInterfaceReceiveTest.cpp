@@ -28,6 +28,16 @@ protected:
         sut->logLevel = 0;
     }
 
+    /// Lets a reception come at level 1: the first figure of the bus load is all that shows.
+    template <typename Server>
+    void expectNothingShownAtLevelOne(Server& server)
+    {
+        sut->logLevel = 1;
+        server.send(three);
+        ASSERT_TRUE(callback.awaitStatus(5));
+        EXPECT_THAT(takeLines(), ElementsAre("{status 5}"));
+    }
+
     bool threadRuns() const { return (*sut).*reveal(ReceivingRxThreadRunning{}); }
 
     const Bytes three = {0x01, 0x41, 0xFF};
@@ -437,20 +447,14 @@ TEST_F(EthernetInterfaceReceiveTest, LevelOneShowsNothingOfAStreamReception)
     ScriptedTcpServer server(Script::SINK);
     connectTo(tcp(server.port()));
     ASSERT_TRUE(server.accepted.waitForCount(1));
-    sut->logLevel = 1;
-    server.send(three);
-    ASSERT_TRUE(callback.awaitStatus(5));
-    EXPECT_THAT(takeLines(), ElementsAre("{status 5}"));
+    expectNothingShownAtLevelOne(server);
 }
 
 TEST_F(EthernetInterfaceReceiveTest, LevelOneShowsNothingOfADatagram)
 {
     const ScriptedUdpServer server(Script::SINK);
     connectTo(udp(server.port()));
-    sut->logLevel = 1;
-    server.send(three);
-    ASSERT_TRUE(callback.awaitStatus(5));
-    EXPECT_THAT(takeLines(), ElementsAre("{status 5}"));
+    expectNothingShownAtLevelOne(server);
 }
 
 TEST_F(EthernetInterfaceReceiveTest, LevelTwoShowsNoWaitWithoutTraffic)

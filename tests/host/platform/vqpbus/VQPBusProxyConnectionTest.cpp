@@ -1,3 +1,4 @@
+#include "HeldBusThread.h"
 #include "ProxyTest.h"
 
 #include <gtest/gtest.h>
@@ -13,7 +14,6 @@
 #include <cerrno>
 #include <csignal>
 #include <cstdlib>
-#include <future>
 #include <utility>
 
 // What becomes of the connection and its thread: none yet, refused, lost, no room, another process.
@@ -162,17 +162,12 @@ TEST_F(VQPBusProxyConnectionTest, BusThatWasKilledAndStartedAgainIsJoinedAgain)
 TEST_F(VQPBusProxyConnectionTest, SendOnALostConnectionJoinsAgainAtOnce)
 {
     startBus();
-    std::promise<void> entered;
-    std::promise<void> mayLeave;
     RecordingBusCallback callback;
-    callback.onMessage = [&] {
-        entered.set_value();
-        mayLeave.get_future().wait();
-    };
+    HeldBusThread busThread(callback);
     connect(callback);
     sut.sendTo("TraceLogger", command("kept"), true);
     bus->deliver("a", "b", *command("hold the bus thread"));
-    entered.get_future().wait();
+    busThread.await();
     ASSERT_TRUE(bus->events.waitForCount(2));
     bus->events.clear();
     bus->hangUp(); // the bus thread does not see it
@@ -182,7 +177,7 @@ TEST_F(VQPBusProxyConnectionTest, SendOnALostConnectionJoinsAgainAtOnce)
     ASSERT_TRUE(bus->events.waitForCount(3));
     EXPECT_EQ(bus->events.all(),
               (std::vector{hello("Diagnostic"), message("TraceLogger", "kept"), message("TraceLogger", "next")}));
-    mayLeave.set_value();
+    busThread.release();
     ASSERT_TRUE(callback.waitFor(CONNECTED_AGAIN));
     sut.removeCallBack(callback);
 }
@@ -222,24 +217,16 @@ TEST_F(VQPBusProxyTimeoutTest, RegistrationThatTheBusDidNotTakeIsSentOnANewConne
 TEST_F(VQPBusProxyTimeoutTest, MessagesThatHaveArrivedOnTheOldConnectionAreDelivered)
 {
     startBus();
-    std::promise<void> entered;
-    std::promise<void> mayLeave;
     RecordingBusCallback callback;
-    bool isFirst = true;
-    callback.onMessage = [&] {
-        if (std::exchange(isFirst, false)) {
-            entered.set_value();
-            mayLeave.get_future().wait();
-        }
-    };
+    HeldBusThread busThread(callback);
     connect(callback);
     bus->deliver("a", "b", *command("1"));
-    entered.get_future().wait();
+    busThread.await();
     bus->deliver("a", "b", *command("2"));
 
     EXPECT_FALSE(sendInVain("late", true));
 
-    mayLeave.set_value();
+    busThread.release();
     ASSERT_TRUE(callback.waitFor(CONNECTED_AGAIN));
     EXPECT_EQ(callback.lines.all(), (std::vector<std::string>{CONNECTED, "a>b command=19; text=1",
                                                               "a>b command=19; text=2", GONE, CONNECTED_AGAIN}));
@@ -325,21 +312,16 @@ TEST_F(VQPBusProxyConnectionTest, ForkedChildHasNoPlaceOnTheBusAndEndsAtOnce)
         GTEST_SKIP() << "the leak check at the child's exit takes what the parent's threads hold for lost";
     }
     startBus();
-    std::promise<void> entered;
-    std::promise<void> mayLeave;
     // Removed by its destructor, as an interface with static storage is.
     struct StaticCallback : RecordingBusCallback
     {
         ~StaticCallback() override { VQPBusProxy::getInstance()->removeCallBack(*this); }
     };
     static StaticCallback callback;
-    callback.onMessage = [&] {
-        entered.set_value();
-        mayLeave.get_future().wait();
-    };
+    static HeldBusThread busThread(callback);
     connect(callback);
     bus->deliver("a", "b", *command("hold the bus thread"));
-    entered.get_future().wait();
+    busThread.await();
 
     const pid_t child = fork();
     if (child == 0) {
@@ -357,7 +339,7 @@ TEST_F(VQPBusProxyConnectionTest, ForkedChildHasNoPlaceOnTheBusAndEndsAtOnce)
     EXPECT_TRUE(WIFEXITED(status));
     EXPECT_EQ(WEXITSTATUS(status), 0);
 
-    mayLeave.set_value();
+    busThread.release();
     EXPECT_TRUE(sut.sendTo("TraceLogger", command("the parent goes on"), false));
     sut.removeCallBack(callback);
 }

@@ -217,6 +217,13 @@ protected:
         config.interfaceName = "lo";
     }
 
+    Answer configureIn(const char* mode, const char* address)
+    {
+        chooseMode(mode);
+        config.loggerIp = address;
+        return configure();
+    }
+
     const TemporaryDirectory directory;
     const std::string path = directory.path() + "/logger";
     const vlogger::VirtualLogger logger{{.socketPath = path, .takenAddresses = {"127.0.0.5"}}};
@@ -227,30 +234,22 @@ protected:
 
 TEST_F(TakenAddressTest, CheckRefusesATakenAddress)
 {
-    chooseMode("check");
-    config.loggerIp = "127.0.0.5";
-    EXPECT_EQ(configure(), TAKEN);
+    EXPECT_EQ(configureIn("check", "127.0.0.5"), TAKEN);
 }
 
 TEST_F(TakenAddressTest, ApplyRefusesATakenAddress)
 {
-    chooseMode("apply");
-    config.loggerIp = "127.0.0.5";
-    EXPECT_EQ(configure(), TAKEN);
+    EXPECT_EQ(configureIn("apply", "127.0.0.5"), TAKEN);
 }
 
 TEST_F(TakenAddressTest, AcceptGrantsATakenAddress)
 {
-    chooseMode("accept");
-    config.loggerIp = "127.0.0.5";
-    EXPECT_EQ(configure(), GRANTED);
+    EXPECT_EQ(configureIn("accept", "127.0.0.5"), GRANTED);
 }
 
 TEST_F(TakenAddressTest, AnyOtherAddressIsGranted)
 {
-    chooseMode("check");
-    config.loggerIp = "127.0.0.6";
-    EXPECT_EQ(configure(), GRANTED);
+    EXPECT_EQ(configureIn("check", "127.0.0.6"), GRANTED);
 }
 
 TEST_F(IPConfigTest, NoVirtualLoggerIsStartedForTheQuestion)
