@@ -4,12 +4,12 @@
 
 #include <gtest/gtest.h>
 
-#include <signal.h>
 #include <sys/socket.h>
 #include <unistd.h>
 
 #include <array>
 #include <chrono>
+#include <csignal>
 #include <filesystem>
 #include <span>
 #include <thread>
@@ -89,7 +89,7 @@ TEST_F(RecordingTest, EndOfTheTimeTakesWhatStillWaits)
     EXPECT_TRUE(sut.run(stop));
     virtualLogger.join();
     EXPECT_EQ(recorded(), "(0.000000) can0 123#01\n(0.000000) can0 123#02\n(0.000000) can0 123#03\n");
-    EXPECT_EQ(sut.framesWritten(), 3u);
+    EXPECT_EQ(sut.framesWritten(), 3U);
 }
 
 TEST_F(RecordingTest, LossThatWaitsAtTheEndOfTheTimeIsCounted)
@@ -103,7 +103,7 @@ TEST_F(RecordingTest, LossThatWaitsAtTheEndOfTheTimeIsCounted)
     });
     EXPECT_TRUE(sut.run(stop));
     virtualLogger.join();
-    EXPECT_EQ(sut.framesMissed(), 7u);
+    EXPECT_EQ(sut.framesMissed(), 7U);
 }
 
 TEST_F(RecordingTest, NumberOfFramesIsTheEndHoweverManyWait)
