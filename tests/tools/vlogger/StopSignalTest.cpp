@@ -17,6 +17,14 @@ bool isBlocked(int number)
     return sigismember(&mask, number) == 1;
 }
 
+[[noreturn]] void stopUntilKilled()
+{
+    const tool::StopSignal sut;
+    while (true) {
+        ::kill(::getpid(), SIGTERM);
+    }
+}
+
 /// Begins with the usual effect of each signal, whatever an earlier test has left.
 class StopSignalTest : public ::testing::Test
 {
@@ -79,13 +87,7 @@ TEST_F(StopSignalTest, LaterOneIsASecondOne)
 
 TEST_F(StopSignalTest, LaterOneKillsByItself)
 {
-    const auto stopTwice = [] {
-        tool::StopSignal sut;
-        while (true) {
-            ::kill(::getpid(), SIGTERM);
-        }
-    };
-    EXPECT_EXIT(stopTwice(), ::testing::KilledBySignal(SIGTERM), "");
+    EXPECT_EXIT(stopUntilKilled(), ::testing::KilledBySignal(SIGTERM), "");
 }
 
 TEST_F(StopSignalTest, IgnoredHangUpStaysIgnored)
