@@ -106,8 +106,8 @@ class CaptureTest(Bench):
         while self.stages("monitor")[0]["in"] < 4:
             pass
         self.stop(recorder)
-        hint = "vlogger: the capture has frames as sent and as received; one that two channels of a bus have recorded went " \
-               "out twice (--direction rx or tx: once)"
+        hint = ("vlogger: the capture has frames as sent and as received; one that two channels of a bus have recorded "
+                "went out twice (--direction rx or tx: once)")
         for options, frames in (((), 4), (("--direction", "rx"), 2), (("--direction", "tx", "--as-channel"), 2)):
             err = self.run_tool("replay", self.path("both.pcapng"), "--speed", "max", *options).stderr
             self.assertTrue(err.startswith(f"vlogger: {frames} frames sent in "), err)
@@ -129,8 +129,8 @@ class CaptureTest(Bench):
     def test_what_a_format_cannot_hold_is_counted_at_the_end(self):
         log, first, second = self.convert("(1.000000001) can0 123##5AA T\n(2.0) can0 123##1AA\n")
         self.assertEqual(log, "(1.000000) can0 123##1AA\n(2.000000) can0 123##1AA\n")
-        self.assertEqual(first, "vlogger: pcapng sets bit 2 of the flags of every CAN FD frame; that 1 frames had it in "
-                                "their digit is not kept\nvlogger: 2 frames converted\n")
+        self.assertEqual(first, "vlogger: pcapng sets bit 2 of the flags of every CAN FD frame; that 1 frames had it "
+                                "in their digit is not kept\nvlogger: 2 frames converted\n")
         self.assertEqual(second, "vlogger: a log has no place for a direction, which 1 frames had\n"
                                  "vlogger: a log has no place for nanoseconds, which 1 frames had\n"
                                  "vlogger: 2 frames converted\n")
