@@ -240,7 +240,7 @@ std::vector<WrongField> check(const CyclicFrame& frame)
     return wrong;
 }
 
-std::vector<WrongField> check(const Peer& peer, std::span<const Peer> earlier, const Addresses& addresses)
+std::vector<WrongField> check(const Peer& peer, std::span<const Peer> earlier)
 {
     std::vector<WrongField> wrong;
     if (peer.name.empty()) {
@@ -251,8 +251,6 @@ std::vector<WrongField> check(const Peer& peer, std::span<const Peer> earlier, c
     }
     if (!isIpv4(peer.address)) {
         wrong.push_back({"address", quoted(peer.address) + " is no IPv4 address"});
-    } else if (std::ranges::find(addresses.taken, peer.address) != addresses.taken.end()) {
-        wrong.push_back({"address", "another host has " + peer.address + ": [addresses] lists it as taken"});
     }
     if (peer.port == 0) {
         wrong.push_back({"port", "a peer needs a port"});
@@ -312,9 +310,8 @@ std::vector<std::string> check(const Configuration& configuration)
         }
     }
     for (size_t i = 0; i < configuration.peers.size(); ++i) {
-        addSentences(
-            sentences, numbered(PEER, i),
-            check(configuration.peers[i], std::span(configuration.peers).first(i), configuration.addresses));
+        addSentences(sentences, numbered(PEER, i),
+                     check(configuration.peers[i], std::span(configuration.peers).first(i)));
     }
     for (size_t i = 0; i < configuration.faults.events.size(); ++i) {
         addSentences(sentences, std::string(FAULTS) + "." + numbered(EVENT, i),

@@ -29,7 +29,7 @@ std::vector<WrongField> check(const Answer& answer, const Node& owner, std::span
 std::vector<WrongField> check(const CyclicFrame& frame);
 /// @param earlier    the peers before it, which have taken their names and ports
 /// @param addresses  those of other hosts
-std::vector<WrongField> check(const Peer& peer, std::span<const Peer> earlier, const Addresses& addresses);
+std::vector<WrongField> check(const Peer& peer, std::span<const Peer> earlier);
 
 /// @param whole  for the board and the names of its peers
 std::vector<WrongField> check(const FaultEvent& event, const Configuration& whole);

@@ -34,7 +34,7 @@ public:
         readNodes();
         readTables(root, PEER, std::string(PEER), peerKeys(), {}, configuration.peers,
                    [&](const toml::table& table, Peer& peer) {
-                       addWrong(table, check(peer, allButLast(configuration.peers), configuration.addresses));
+                       addWrong(table, check(peer, allButLast(configuration.peers)));
                    });
         readFaults();
         return std::move(configuration);
