@@ -126,13 +126,13 @@ TEST_F(EthernetAgainstPeerTest, SinkTakesEverythingAndKeepsTheConnection)
 TEST_F(EthernetAgainstPeerTest, AddressThatTheBenchNamesAsTakenIsAConflict)
 {
     configuration.addresses.taken = {"127.0.0.1"};
-    const uint16_t served = serve(config::Transport::TCP);
+    const uint16_t served = serve(config::Transport::UDP);
     setenv("VLOGGER", path.c_str(), 1);
-    EXPECT_EQ(configure(tcp(served)), -2);
+    EXPECT_EQ(configure(udp(served)), -2);
     EXPECT_FALSE(sut->connect());
     EXPECT_THAT(takeLines(), testing::IsSupersetOf(
-                                 {"[ERROR] ETH[127.0.0.1:PORT]::configure() Configuration failed, IP conflict.",
-                                  "[ERROR] ETH[127.0.0.1:PORT]::connect() Can't connect, IP conflict."}));
+                                 {"[ERROR] ETH[127.0.0.2:PORT]::configure() Configuration failed, IP conflict.",
+                                  "[ERROR] ETH[127.0.0.2:PORT]::connect() Can't connect, IP conflict."}));
 }
 
 } // namespace
