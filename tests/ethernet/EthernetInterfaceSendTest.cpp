@@ -279,10 +279,9 @@ TEST_F(EthernetInterfaceSendTest, DisconnectEndsASendThatTheServerKeepsWaiting)
             ++finished;
         }
     });
-    // Inside a call and asleep: the buffers of the connection are full.
-    while (failing::sendCall.calls <= finished || !isAsleep(senderId)) {
-        std::this_thread::yield();
-    }
+    // Asleep in the system's call, not beside it: the buffers of the connection are full, and stay so.
+    EXPECT_TRUE(
+        becomesTrue([&] { return failing::sendCall.calls > failing::sendCall.returned && isAsleep(senderId); }));
     EXPECT_TRUE(sut->disconnect());
     sender.join();
     EXPECT_EQ(last, -3);

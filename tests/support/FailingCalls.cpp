@@ -180,7 +180,9 @@ Result failOr(failing::Call& call, Real real)
         errno = error;
         return -1;
     }
-    return real();
+    const Result result = real();
+    ++call.returned;
+    return result;
 }
 
 } // namespace

@@ -36,6 +36,9 @@ public:
     /// Calls so far, failed ones included.
     std::atomic<size_t> calls{0};
 
+    /// Those that have come back from the system; not counted for close and pthread_create.
+    std::atomic<size_t> returned{0};
+
 private:
     std::atomic<size_t> left{0};
     std::atomic<int> error{0};
