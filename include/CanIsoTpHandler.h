@@ -16,7 +16,6 @@
 #include <functional>
 #include <iosfwd>
 #include <memory>
-#include <optional>
 #include <set>
 #include <string>
 #include <thread>
@@ -219,22 +218,16 @@ public:
     void abortProcessing(errorCode_t err);
 
     /// Waits, however long, until the queue is empty, sent or aborted, then ends the worker and joins it. A worker
-    /// that has ended already is joined at once; what it left in the queue stays there and goes out with the next
-    /// one.
+    /// that has ended already is joined at once; what it left in the queue stays there. Only stop() may join a
+    /// worker: after a join() of the owner's the next stop() may not wait for the queue.
     ///
     /// @return 0; -1 if there was no worker to join (never started, or stopped before). Nothing waits then, and the
     ///         command to end stays for the worker that is started next: it sends what was queued before the
     ///         command, as far as no flow control is due, and ends. Only if the pipe is full, this takes one second
-    ///         and aborts with ERR_PUSH_FAILED; the worker that is started next ends at its first command. Also -1,
-    ///         logged and without any effect, from a callback of this handler, which would wait for itself
+    ///         and aborts with ERR_PUSH_FAILED; the worker that is started next ends at its first command
     ///
-    /// Threads: the owner's.
+    /// Threads: the owner's; never from a callback.
     int stop();
-
-    /// Like Thread::join(), which it hides: waits for the end of a worker that an 'x' of the owner's ends. What was
-    /// meant to end that worker does not end the next one.
-    /// @return as that of Thread::join(): 0; -1 if there was no worker to join
-    int join();
 
     // --- Frames: building and reading, by the codec settings. None of these takes a lock or changes a state.
 
@@ -382,19 +375,6 @@ private:
         bool segmented = false;
         std::vector<unsigned char> payload; ///< of a complete message
     };
-    /// What became of a command for the pipe.
-    enum class Push
-    {
-        WRITTEN,
-        NO_ROOM,
-        FAILED, ///< logged
-    };
-    /// One wait of the worker for a command.
-    struct Wait
-    {
-        bool limited;
-        uint64_t progress; ///< `progressCount` when it began
-    };
     class QueueHold;
 
     // Commands to the worker; any other byte is like RESTART_WAIT.
@@ -407,14 +387,11 @@ private:
     void openPipe();
     void closePipe() noexcept;
     void leaveBus() noexcept;
-    Push writeCommand(char cmd, long timeoutUs);
-    Push offerCommand(char cmd, long timeoutUs);
+    bool writeCommand(char cmd, long timeoutUs);
     bool pushCommand(char cmd, long timeoutUs);
     void wakeForNextMessage();
     bool readCommand();
-    bool endIsMeant();
-    Wait nextWait();
-    void abortIfLate(std::optional<uint64_t> progressBefore) VQ_EXCLUDES_LOCK(protocolMutex);
+    bool workIsDue();
     void logExpectation();
 
     uint8_t addressBytes() const { return extAddressLength != 0 ? 1 : 0; }
@@ -463,16 +440,11 @@ private:
     std::atomic<std::thread::id> queueOwner{};    ///< the worker while it sends with the queue lock held
     std::atomic<std::thread::id> callbackOwner{}; ///< the thread that runs callbacks
     std::atomic<uint32_t> startsPending{0};       ///< commands 's' in the pipe
-    std::atomic<uint32_t> endsWritten{0};         ///< commands 'x' that have gone into the pipe
-    std::atomic<uint32_t> endsRead{0};            ///< those that have come out
-    std::atomic<uint32_t> endsOutdated{0};        ///< so many of them, the oldest, were for workers that are joined
-    std::atomic<bool> startOwed{false};           ///< the worker's own 's' for which the pipe had no room
     std::atomic<bool> leaveRequested{false};      ///< 'x' could not be written: leave at the next occasion
     std::atomic<bool> workerEnded{false};         ///< the worker that is still to be joined sends nothing any more
     uint64_t abortCount VQ_GUARDED_BY(protocolMutex) = 0;
     uint32_t abortsClearing VQ_GUARDED_BY(protocolMutex) = 0; ///< aborts that have yet to empty the queue
     bool delivering VQ_GUARDED_BY(protocolMutex) = false;     ///< EXPECT_CF, and the callbacks have the message
-    uint64_t progressCount VQ_GUARDED_BY(protocolMutex) = 0;  ///< frames accepted and transfers aborted so far
     /// Guards the protocol members. Never held across a callback, log line, command, transmission or sleep; taken
     /// inside the queue lock, never around it.
     Mutex protocolMutex;

@@ -17,10 +17,10 @@
 ///
 /// Allowed in a callback: send() of this handler, for instance the answer to a request. Be quick: the bus thread
 /// serves every handler of the process, and send() waits while the worker is sending a burst.
-/// Not allowed: setCallback() and removeCallback() of this handler (they take the lock that is held), stop() (it
-/// would wait for this very call and refuses) and the destruction of the handler, exceptions, and a send() through
-/// another handler whose callbacks send through this one (each would wait for the other's lock: hand the message to
-/// a thread of your own).
+/// Not allowed: setCallback() and removeCallback() of this handler (they take the lock that is held), stop() and
+/// the destruction of the handler (they wait for this very call), exceptions, and a send() through another handler
+/// whose callbacks send through this one (each would wait for the other's lock: hand the message to a thread of
+/// your own).
 class BUSINTERFACES_API CanIsoTpHandlerCallback
 {
 public:

@@ -83,7 +83,7 @@ void EpollLoop::run()
         armWakeUp();
         const int timeoutMs = deferred.empty() ? -1 : 0;
         const int count = ::epoll_wait(epoll.get(), events.data(), EVENTS_PER_ROUND, timeoutMs);
-        quiet = deferred.empty();
+        quiet = count >= 0 && deferred.empty();
         for (int i = 0; i < count; ++i) {
             const epoll_event& event = events[static_cast<size_t>(i)];
             quiet = !serve(event.data.u64, event.events) && quiet;
@@ -102,6 +102,7 @@ void EpollLoop::stop()
 bool EpollLoop::awaitQuiet(std::chrono::milliseconds limit)
 {
     const auto end = std::chrono::steady_clock::now() + limit;
+    call([] {}); // the round that is going on may have looked before the call
     while (!call([this] { return quiet; })) {
         if (std::chrono::steady_clock::now() > end) {
             return false;

@@ -27,8 +27,9 @@ namespace vlogger {
 /// left, then what was deferred meanwhile. So a thread that moves a simulated clock and then calls into the loop
 /// finds the timers done.
 ///
-/// Threads: run() makes its caller the loop's thread. call(), awaitQuiet() and stop() are for other threads; everything else, the
-/// classes Watch and Timer included, belongs to the loop's thread, or to whoever owns a loop that does not run.
+/// Threads: run() makes its caller the loop's thread. call(), awaitQuiet() and stop() are for other threads;
+/// everything else, the classes Watch and Timer included, belongs to the loop's thread, or to whoever owns a loop that
+/// does not run.
 class EpollLoop
 {
 public:

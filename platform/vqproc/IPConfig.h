@@ -68,10 +68,10 @@ public:
     ///
     /// An address that several records hold goes with the last of them. Whoever calls is known by the record alone:
     /// equal ones count once however often they are granted. So of two objects with equal records the first removal
-    /// would take the address away from the other: as long as a socket of this process is bound to the address it
-    /// stays, until the next removal of such a record finds none, at the latest until the process exits. An object
-    /// that is not connected at that moment does lose it. After a refusal the next removal of an equal record is
-    /// taken for that of the refused one, and leaves the address on the interface in the same way.
+    /// would take the address away from the other: until there was a removal for each grant, the address stays while
+    /// a socket of this process is bound to it, at the latest until the process exits. An object that is not connected
+    /// at that moment does lose it. After a refusal the next removal of an equal record is taken for that of the
+    /// refused one, and leaves the address on the interface until the process exits or it is given up once more.
     ///
     /// @param config  as in configureIP(); the named texts are compared, the port and the reserved fields are not
     void removeIP(const ethernetConfig_t& config);

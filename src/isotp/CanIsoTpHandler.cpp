@@ -172,7 +172,6 @@ bool CanIsoTpHandler::abortedSince(uint64_t aborts)
 void CanIsoTpHandler::beginAbort()
 {
     ++abortCount;
-    ++progressCount;
     // Until the queue is empty the worker starts nothing from it: what it holds is lost already.
     ++abortsClearing;
     blockSize = 0;
@@ -228,29 +227,20 @@ void CanIsoTpHandler::abortUnlessAbortedSince(uint64_t aborts, errorCode_t err)
 
 void CanIsoTpHandler::handleTimeout()
 {
-    abortIfLate(std::nullopt);
-}
-
-/// @param progressBefore  `progressCount` at the begin of the second that has passed, if it is known
-void CanIsoTpHandler::abortIfLate(std::optional<uint64_t> progressBefore)
-{
     expFrameType_t expected{};
     bool late = false;
-    bool delivers = false;
     {
         // Decided and reset at once: a frame that arrives in this moment comes either before or after.
         const MutexLock lock(protocolMutex);
         expected = expectedFrame;
-        delivers = expected == EXPECT_CF && delivering;
-        late = (expected == EXPECT_FC || expected == EXPECT_CF) && !delivers &&
-               progressBefore.value_or(progressCount) == progressCount;
+        late = expected == EXPECT_FC || (expected == EXPECT_CF && !delivering);
         if (late) {
             beginAbort();
         }
     }
     if (late) {
         finishAbort(ERR_RX_TIMEOUT);
-    } else if (!delivers) {
+    } else if (expected != EXPECT_CF) {
         // In spite of the wording nothing is aborted.
         toOutput("[WARNING] CanIsoTpHandler::handleTimeout: abort, because there is no timeout reason!");
     }
@@ -258,10 +248,6 @@ void CanIsoTpHandler::abortIfLate(std::optional<uint64_t> progressBefore)
 
 int CanIsoTpHandler::stop()
 {
-    if (callbackOwner == std::this_thread::get_id()) {
-        toError("[ERROR] CanIsoTpHandler::stop: called from a callback, nothing is stopped");
-        return -1;
-    }
     // Without a worker nobody empties the queue. One that was started may have ended, too: by an 'x' that found no
     // worker and waited for the next one.
     while (threadHandle != NO_THREAD && !workerEnded && !sendQueueEmpty()) {
@@ -275,17 +261,9 @@ int CanIsoTpHandler::stop()
         leaveRequested = true;
         abortProcessing(ERR_PUSH_FAILED);
     }
-    return join();
-}
-
-int CanIsoTpHandler::join()
-{
-    const int result = Thread::join();
+    const int result = join();
     if (result == 0) {
-        // All of this spoke of the worker that is joined now.
-        workerEnded = false;
-        leaveRequested = false;
-        endsOutdated = endsWritten.load();
+        workerEnded = false; // it spoke of the worker that is joined now
     }
     return result;
 }

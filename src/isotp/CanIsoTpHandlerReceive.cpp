@@ -63,9 +63,7 @@ CanIsoTpHandler::Received CanIsoTpHandler::judge(const rawCANMsg_t& frame, int n
     received.expected = expectedFrame;
     received.aborts = abortCount;
     (this->*accept)(frame, number, received);
-    if (received.error == ERR_NONE) {
-        ++progressCount;
-    } else {
+    if (received.error != ERR_NONE) {
         beginAbort();
     }
     return received;

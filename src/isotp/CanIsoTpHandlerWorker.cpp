@@ -63,8 +63,7 @@ void CanIsoTpHandler::closePipe() noexcept
     }
 }
 
-/// Waits for room and writes; a failure is logged, but not that there is no room.
-CanIsoTpHandler::Push CanIsoTpHandler::writeCommand(char cmd, long timeoutUs)
+bool CanIsoTpHandler::writeCommand(char cmd, long timeoutUs)
 {
     const Clock::time_point deadline = Clock::now() + std::chrono::microseconds(timeoutUs);
     for (bool interrupted = false;; interrupted = true) {
@@ -76,28 +75,29 @@ CanIsoTpHandler::Push CanIsoTpHandler::writeCommand(char cmd, long timeoutUs)
         const int ready = expired ? 0 : ::select(pipeFds[1] + 1, nullptr, &writable, nullptr, &left);
         int error = errno;
         if (ready == 0) {
-            return Push::NO_ROOM;
+            toError("[ERROR] CanIsoTpHandler::pushThread: timeout");
+            return false;
         }
         if (ready < 0) {
             if (error == EINTR) {
                 continue;
             }
             toError("[ERROR] CanIsoTpHandler::pushThread: select error: ", std::strerror(error));
-            return Push::FAILED;
+            return false;
         }
         if (::write(pipeFds[1], &cmd, 1) == 1) {
-            return Push::WRITTEN;
+            return true;
         }
         error = errno;
         // EAGAIN: another thread took the room.
         if (error != EINTR && error != EAGAIN) {
             toError("[ERROR] CanIsoTpHandler::pushThread: can't write, error: ", std::strerror(error));
-            return Push::FAILED;
+            return false;
         }
     }
 }
 
-CanIsoTpHandler::Push CanIsoTpHandler::offerCommand(char cmd, long timeoutUs)
+bool CanIsoTpHandler::pushCommand(char cmd, long timeoutUs)
 {
     if (debugLevel != 0) {
         // The tag is misspelt for good: tools look for it.
@@ -106,25 +106,11 @@ CanIsoTpHandler::Push CanIsoTpHandler::offerCommand(char cmd, long timeoutUs)
     if (cmd == START_SENDING) {
         ++startsPending;
     }
-    const Push result = writeCommand(cmd, timeoutUs);
-    if (cmd == START_SENDING && result != Push::WRITTEN) {
+    const bool written = writeCommand(cmd, timeoutUs);
+    if (!written && cmd == START_SENDING) {
         --startsPending;
     }
-    if (cmd == END_WORKER && result == Push::WRITTEN) {
-        // Behind the write: one that is not counted is at worst one too many for the next worker, one counted too
-        // early would cost that worker its own.
-        ++endsWritten;
-    }
-    return result;
-}
-
-bool CanIsoTpHandler::pushCommand(char cmd, long timeoutUs)
-{
-    const Push result = offerCommand(cmd, timeoutUs);
-    if (result == Push::NO_ROOM) {
-        toError("[ERROR] CanIsoTpHandler::pushThread: timeout");
-    }
-    return result == Push::WRITTEN;
+    return written;
 }
 
 void CanIsoTpHandler::pushThread(char cmd)
@@ -136,20 +122,10 @@ void CanIsoTpHandler::pushThread(char cmd)
 
 void CanIsoTpHandler::wakeForNextMessage()
 {
-    if (startsPending != 0 || sendQueueEmpty()) {
-        return; // one that is on its way does it, too
-    }
-    // The worker calls this. It does not wait for room in a pipe that only it empties: it would wait for itself and
-    // then drop the messages.
-    switch (offerCommand(START_SENDING, 0)) {
-    case Push::WRITTEN:
-        break;
-    case Push::NO_ROOM:
-        startOwed = true;
-        break;
-    case Push::FAILED:
-        abortProcessing(ERR_PUSH_FAILED);
-        break;
+    // One that is on its way does it, too. The worker calls this: it must not wait for room in a pipe that only it
+    // empties.
+    if (startsPending == 0 && !sendQueueEmpty()) {
+        pushThread(START_SENDING);
     }
 }
 
@@ -161,13 +137,12 @@ void CanIsoTpHandler::logExpectation()
     }
 }
 
-CanIsoTpHandler::Wait CanIsoTpHandler::nextWait()
+bool CanIsoTpHandler::workIsDue()
 {
     const MutexLock queueLock(queueMutex);
     const MutexLock protocolLock(protocolMutex);
     // What an abort is about to drop is no work: waiting for it would end in a time-out without a transfer.
-    const bool workIsDue = expectedFrame != EXPECT_SF_OR_FF || (!sendQueue.empty() && abortsClearing == 0);
-    return {.limited = workIsDue, .progress = progressCount};
+    return expectedFrame != EXPECT_SF_OR_FF || (!sendQueue.empty() && abortsClearing == 0);
 }
 
 void CanIsoTpHandler::threadCode()
@@ -176,9 +151,9 @@ void CanIsoTpHandler::threadCode()
     callCanIsoTpHandlerStatusCb(CanIsoTpHandlerCallback::STATUS_INFO, 0, "thread started");
     logExpectation();
     for (;;) {
-        const Wait wait = nextWait();
+        const bool limited = workIsDue();
         if (debugLevel != 0) {
-            if (wait.limited) {
+            if (limited) {
                 toOutput("[DEBUG] CanIsoTpThread::threadCode: timeout set to ", PROTOCOL_TIMEOUT_S, " (default)");
             } else {
                 toOutput("[DEBUG] CanIsoTpThread::threadCode: timeout set to 0");
@@ -188,7 +163,7 @@ void CanIsoTpHandler::threadCode()
         fd_set readable;
         FD_ZERO(&readable);
         FD_SET(pipeFds[0], &readable);
-        const int ready = ::select(pipeFds[0] + 1, &readable, nullptr, nullptr, wait.limited ? &limit : nullptr);
+        const int ready = ::select(pipeFds[0] + 1, &readable, nullptr, nullptr, limited ? &limit : nullptr);
         const int error = errno;
         if (ready < 0 && error == EINTR) {
             continue;
@@ -198,8 +173,7 @@ void CanIsoTpHandler::threadCode()
             toError("[ERROR] CanIsoTpHandler::threadCode: select() reported an error: ", std::strerror(error));
         } else if (ready == 0) {
             toError("[ERROR] CanIsoTpHandler::threadCode: select() timeout");
-            // The line may have taken its time: what has gone on since the wait began is not late.
-            abortIfLate(wait.progress);
+            handleTimeout();
         } else {
             leave = readCommand();
         }
@@ -235,16 +209,7 @@ bool CanIsoTpHandler::readCommand()
         if (startsPending != 0) {
             --startsPending;
         }
-        do {
-            processSendQueue();
-        } while (startOwed.exchange(false));
+        processSendQueue();
     }
-    return cmd == END_WORKER && endIsMeant();
-}
-
-/// Takes note of an 'x' that was read.
-/// @return false if it was for a worker that is joined
-bool CanIsoTpHandler::endIsMeant()
-{
-    return ++endsRead > endsOutdated;
+    return cmd == END_WORKER;
 }

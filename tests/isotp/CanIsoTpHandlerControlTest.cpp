@@ -27,17 +27,6 @@ protected:
         return poll(&watched, 1, 0) == 1;
     }
 
-    /// Until select() sees no room.
-    size_t fillPipe()
-    {
-        size_t written = 0;
-        while (hasRoom((sut.*reveal(ControlPipe{}))[1])) {
-            sut.pushThread('i');
-            ++written;
-        }
-        return written;
-    }
-
     const IsoTpEvent pushFailed = errorEvent(10, "push thread to send failed");
     PipeCalls& calls = PipeCalls::instance();
 };
@@ -131,7 +120,11 @@ TEST_F(CanIsoTpHandlerControlTest, FullPipeAtTheEndOfAReceptionIsOneWaitAndOneAb
 
 TEST_F(CanIsoTpHandlerControlTest, FullPipeTakesOneSecondAndOneAbort)
 {
-    const size_t written = fillPipe();
+    size_t written = 0;
+    while (hasRoom((sut.*reveal(ControlPipe{}))[1])) {
+        sut.pushThread('i');
+        ++written;
+    }
     ASSERT_TRUE(events().empty());
     CapturedOutput output;
     const auto begin = std::chrono::steady_clock::now();
@@ -143,50 +136,6 @@ TEST_F(CanIsoTpHandlerControlTest, FullPipeTakesOneSecondAndOneAbort)
                                 "[ERROR] CanIsoTpHandler::pushThread: timeout\n");
     EXPECT_EQ(events(), Events{pushFailed});
     EXPECT_EQ(pendingCommands(sut).size(), written);
-}
-
-/// What waits behind a transfer is started by the worker, which alone could make room in the pipe.
-class CanIsoTpHandlerFullPipeTest : public CanIsoTpHandlerControlTest
-{
-protected:
-    void queueBehindATransfer()
-    {
-        send(counting(8));
-        carryOut();
-        send({0xAB});
-        send(counting(9));
-        peerSendsPadded({0x30, 0, 0});
-    }
-
-    const Frames all{
-        {0x10, 8, 1, 2, 3, 4, 5, 6}, padded({0x21, 7, 8}), padded({0x01, 0xAB}), {0x10, 9, 1, 2, 3, 4, 5, 6}};
-    const Events queued{2, warningEvent("can't process send queue, wait for some frame")};
-};
-
-TEST_F(CanIsoTpHandlerFullPipeTest, WorkerStartsTheNextMessagesWithoutRoomForItsCommand)
-{
-    queueBehindATransfer();
-    fillPipe();
-    CapturedOutput output;
-    carryOut();
-    EXPECT_EQ(sentFrames(), all);
-    EXPECT_EQ(events(), queued);
-    EXPECT_EQ(expectation(), Handler::EXPECT_FC);
-    EXPECT_EQ(output.err(), "");
-}
-
-TEST_F(CanIsoTpHandlerFullPipeTest, WorkersCommandThatCannotBeWrittenAborts)
-{
-    queueBehindATransfer();
-    calls.writes.add(EIO);
-    CapturedOutput output;
-    carryOut();
-    EXPECT_EQ(output.err(),
-              std::string("[ERROR] CanIsoTpHandler::pushThread: can't write, error: Input/output error\n") +
-                  ABORT_PUSH_FAILED);
-    EXPECT_EQ(sentFrames(), Frames(all.begin(), all.begin() + 2));
-    EXPECT_EQ(events().back(), pushFailed);
-    EXPECT_TRUE(sut.sendQueueEmpty());
 }
 
 TEST_F(CanIsoTpHandlerControlTest, AbortDropsThreeMessagesAndReportsOneError)

@@ -9,8 +9,8 @@
 
 namespace tool {
 
-/// SIGINT, SIGTERM and, unless it is ignored, SIGHUP as something that can be waited for. There is at most one at a time, made before any thread, so
-/// that every thread leaves them to this.
+/// SIGINT, SIGTERM and, unless it is ignored, SIGHUP as something that can be waited for. There is at most one at a
+/// time, made before any thread, so that every thread leaves them to this.
 ///
 /// The first one is left to the command, which ends in its own way. A second one ends a command that cannot: one that
 /// waits for a pipe nobody reads, say. What comes within half a second behind the first one belongs to it: a terminal

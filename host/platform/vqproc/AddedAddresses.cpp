@@ -80,6 +80,7 @@ try {
                 // Granted again: the next removal is taken for that of a holder.
                 holder->isRefusedSince = false;
                 holder->isGivenUp = false;
+                ++holder->grantsLeft;
             } else {
                 entry.holders.push_back({.record = record});
             }
@@ -194,7 +195,13 @@ void AddedAddresses::remove(const ethernetConfig_t& record)
     }
     // It stays in the list: another object with an equal record may give it up once more.
     holder->isGivenUp = true;
-    if (!std::ranges::all_of(entry->holders, &holder_t::isGivenUp) || isBoundInThisProcess(entry->address)) {
+    holder->grantsLeft -= std::min(holder->grantsLeft, 1U);
+    if (!std::ranges::all_of(entry->holders, &holder_t::isGivenUp)) {
+        return;
+    }
+    const bool mayHaveOwner =
+        std::ranges::any_of(entry->holders, [](const holder_t& one) { return one.grantsLeft != 0; });
+    if (mayHaveOwner && isBoundInThisProcess(entry->address)) {
         return;
     }
     const added_t removed = std::move(*entry);

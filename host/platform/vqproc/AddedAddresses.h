@@ -40,9 +40,9 @@ public:
     /// for that of the refused one and leaves the address alone.
     void noteRefusal(const ethernetConfig_t& record);
 
-    /// Gives up a record's hold on its address. Once every record has given it up the address goes, unless a socket
-    /// of this process is bound to it: whoever uses it has an equal record, and its removal is still to come. Does
-    /// nothing for a record that holds none.
+    /// Gives up a record's hold on its address. Once every record has given it up the address goes. Only if one was
+    /// granted more often than it was given up a socket of this process that is bound to the address keeps it: its
+    /// owner may have an equal record, whose removal is still to come. Does nothing for a record that holds none.
     void remove(const ethernetConfig_t& record);
 
 private:
@@ -50,7 +50,8 @@ private:
     {
         ethernetConfig_t record;
         bool isRefusedSince = false;
-        bool isGivenUp = false; ///< at least one removal since it was granted
+        bool isGivenUp = false;  ///< at least one removal since it was granted
+        unsigned grantsLeft = 1; ///< how many more removals may come if each grant was another object's
     };
 
     struct added_t

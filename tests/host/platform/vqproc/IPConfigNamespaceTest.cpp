@@ -168,8 +168,31 @@ TEST_F(IPConfigNamespaceTest, EqualRecordsCountOnce)
     EXPECT_THAT(network->addresses(), IsEmpty());
 }
 
+TEST_F(IPConfigNamespaceTest, AddressOfASingleGrantGoesThoughASocketIsBoundToIt)
+{
+    EXPECT_TRUE(configure("10.77.0.2"));
+    const int fd = boundSocket("10.77.0.2");
+    remove("10.77.0.2");
+    EXPECT_THAT(network->addresses(), IsEmpty());
+    close(fd);
+}
+
+TEST_F(IPConfigNamespaceTest, AddressGivenUpAsOftenAsItWasGrantedGoesThoughASocketIsBoundToIt)
+{
+    EXPECT_TRUE(configure("10.77.0.2"));
+    EXPECT_TRUE(configure("10.77.0.2"));
+    const int fd = boundSocket("10.77.0.2");
+    remove("10.77.0.2");
+    EXPECT_THAT(network->addresses(), ElementsAre("10.77.0.2/24 vqa:vq"));
+    remove("10.77.0.2");
+    EXPECT_THAT(network->addresses(), IsEmpty());
+    close(fd);
+}
+
 TEST_F(IPConfigNamespaceTest, AddressThatASocketIsBoundToStaysUntilAnEqualRecordFindsNone)
 {
+    EXPECT_TRUE(configure("10.77.0.2"));
+    EXPECT_TRUE(configure("10.77.0.2"));
     EXPECT_TRUE(configure("10.77.0.2"));
     const int fd = boundSocket("10.77.0.2");
     remove("10.77.0.2");
@@ -194,8 +217,9 @@ TEST_F(IPConfigNamespaceTest, AddressThatAllRecordsGaveUpGoesWithTheLastSocket)
     ethernetConfig_t other = withAddress("10.77.0.2");
     other.serverIp = "10.77.0.8";
     EXPECT_TRUE(configure("10.77.0.2"));
+    EXPECT_TRUE(configure("10.77.0.2")); // of a second object with the first record
     EXPECT_TRUE(IPConfig::getInstance()->configureIP(other, true));
-    const int fd = boundSocket("10.77.0.2"); // of a second object with the first record
+    const int fd = boundSocket("10.77.0.2");
     remove("10.77.0.2");
     IPConfig::getInstance()->removeIP(other);
     EXPECT_THAT(network->addresses(), ElementsAre("10.77.0.2/24 vqa:vq"));
@@ -221,7 +245,7 @@ TEST_F(IPConfigNamespaceTest, RecordThatIsGrantedAgainHoldsTheAddressAgain)
 TEST_F(IPConfigNamespaceTest, ProcessExitTakesAnAddressAwayThatASocketIsBoundTo)
 {
     const pid_t child = startChild([] {
-        const bool isGranted = configure("10.77.0.2");
+        const bool isGranted = configure("10.77.0.2") && configure("10.77.0.2");
         boundSocket("10.77.0.2");
         remove("10.77.0.2");
         std::exit(isGranted ? 0 : 1);
