@@ -21,19 +21,23 @@ void MonitorStream::report(const wire::CanRecord& frame, bool isSent)
         return;
     }
     ++frames;
-    if (isFull()) {
+    if (mustDrop()) {
         ++missed;
         ++missedInAll;
         return;
     }
-    // One record beyond the limit does no harm: a queue is asked before it is filled, not while.
+    reportMissed(); // ahead of what comes behind the gap
     std::array<uint8_t, wire::CAN_RECORD_MAX_BYTES> bytes;
     appendBeyondLimit(std::span(bytes).first(wire::encodeMonitorFrame(frame, isSent, bytes)));
 }
 
 void MonitorStream::onRoom()
 {
-    // Not with the next frame: there may never be one.
+    reportMissed(); // there may never be a next frame
+}
+
+void MonitorStream::reportMissed()
+{
     if (missed != 0) {
         appendBeyondLimit(wire::encodeMonitorDropped(std::exchange(missed, 0)));
     }

@@ -24,6 +24,7 @@ public:
 private:
     void onStalled() override;
     void onRoom() override;
+    void reportMissed();
 
     const wire::ChannelSet channels;
     uint64_t missed = 0; ///< since the last record

@@ -37,9 +37,7 @@ void TraceStream::append(std::span<const uint8_t> record)
     if (takesNoMore()) {
         return;
     }
-    // A frame is admitted once and brings a record for each channel of its bus. Those behind the one that fills the
-    // queue go beyond the limit: nobody waits for them any more, and the reader moves.
-    if (isFull() && guard.hasStalled()) {
+    if (mustDrop()) {
         ++framesDropped;
         ++totals.framesDropped;
         return;

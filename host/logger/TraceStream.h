@@ -59,6 +59,9 @@ public:
 protected:
     bool isFull() const override { return queue.size() >= limitBytes && !takesNoMore(); }
     bool takesNoMore() const { return isLast || hasEnded(); }
+    /// A frame is admitted once and brings a record for each channel of its bus. Those behind the one that fills the
+    /// queue go beyond the limit: nobody waits for them any more, and the reader moves. Only a stalled one loses them.
+    bool mustDrop() const { return isFull() && guard.hasStalled(); }
     /// Appends a whole record, full or not.
     void appendBeyondLimit(std::span<const uint8_t> record);
     /// From now on a reader that shuts down its sending side gets what waits, nothing newer, and then the end.

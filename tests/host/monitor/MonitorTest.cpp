@@ -246,6 +246,29 @@ TEST(MonitorTest, SlowMonitorHoldsSendersBackAndMissesNothing)
     sender.join();
 }
 
+TEST(MonitorTest, SlowMonitorMissesNothingOfABusOfManyChannels)
+{
+    constexpr uint32_t FRAMES = 20000;
+    VirtualLogger logger({.buses = {{0, 1, 2, 3}}, .streamQueueBytes = 4096});
+    Monitor sut(logger);
+    std::thread sender([&] {
+        auto writer = loggerclient::Writer(logger.connect(), vlogger::board::MAIN_DEVICE);
+        for (uint32_t i = 0; i < FRAMES; ++i) {
+            EXPECT_EQ(writer.write(loggerclient::frame(2, i, {}, 1)), 0);
+        }
+    });
+    for (uint32_t i = 0; i < FRAMES; ++i) {
+        for (const int channel : {2, 0, 1, 3}) {
+            const auto event = sut.next();
+            ASSERT_TRUE(event);
+            ASSERT_EQ(event->dropped, 0U);
+            ASSERT_EQ(event->frame.id, i);
+            ASSERT_EQ(event->frame.channel, channel);
+        }
+    }
+    sender.join();
+}
+
 TEST(MonitorTest, MonitorThatTakesNothingIsToldHowMuchItHasMissed)
 {
     constexpr uint32_t FRAMES = 30000;
