@@ -8,6 +8,9 @@
 #include <cctype>
 #include <cerrno>
 #include <fcntl.h>
+#include <stdexcept>
+#include <sys/file.h>
+#include <sys/stat.h>
 #include <system_error>
 #include <unistd.h>
 
@@ -28,12 +31,43 @@ std::unique_ptr<CaptureEncoder> makeEncoder(Format format, const std::string& ap
     return std::make_unique<CandumpEncoder>();
 }
 
-int openOutput(const std::string& path)
+wire::FileDescriptor checked(int fd, const std::string& path)
 {
-    const int fd = path == "-" ? ::fcntl(STDOUT_FILENO, F_DUPFD_CLOEXEC, 0)
-                               : ::open(path.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, FILE_MODE);
     if (fd < 0) {
         throw std::system_error(errno, std::generic_category(), path);
+    }
+    return wire::FileDescriptor(fd);
+}
+
+/// Two programs that write one file would overwrite each other's frames. The lock goes with the descriptor, also after
+/// a kill.
+void lock(int fd, const std::string& path)
+{
+    if (::flock(fd, LOCK_EX | LOCK_NB) == 0) {
+        return;
+    }
+    if (errno == EWOULDBLOCK) {
+        throw std::runtime_error("another program is writing " + path + "; give another file name");
+    }
+    // Some file systems know no locks; a capture can be written there all the same.
+    if (errno != ENOLCK && errno != EOPNOTSUPP) {
+        throw std::system_error(errno, std::generic_category(), path);
+    }
+}
+
+wire::FileDescriptor openOutput(const std::string& path)
+{
+    if (path == "-") {
+        return checked(::fcntl(STDOUT_FILENO, F_DUPFD_CLOEXEC, 0), path);
+    }
+    // O_TRUNC would empty the file before it is known whether another program is writing it.
+    wire::FileDescriptor fd = checked(::open(path.c_str(), O_WRONLY | O_CREAT | O_CLOEXEC, FILE_MODE), path);
+    struct stat status = {};
+    if (::fstat(fd.get(), &status) == 0 && S_ISREG(status.st_mode)) {
+        lock(fd.get(), path);
+        if (::ftruncate(fd.get(), 0) != 0) {
+            throw std::system_error(errno, std::generic_category(), path);
+        }
     }
     return fd;
 }

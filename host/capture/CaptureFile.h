@@ -24,7 +24,8 @@ std::optional<Format> formatOfName(std::string_view path);
 
 /// Writes a capture into a file, or to standard output, so that the file can be read whatever happens: it grows by
 /// whole frames only, each flush is one write of the operating system, and when that fails in the middle, for
-/// instance on a full disk, the file is cut back to the last whole frame.
+/// instance on a full disk, the file is cut back to the last whole frame. A regular file is locked (flock) as long as
+/// this lives, where its file system can, so that no other one writes it; reading it needs no lock.
 ///
 /// Threads: one at a time.
 class CaptureFile
@@ -32,7 +33,8 @@ class CaptureFile
 public:
     /// @param path         an existing file is overwritten; "-": standard output
     /// @param application  kept in the file where the format can
-    /// @throws std::system_error if the file cannot be made or has no room for its beginning
+    /// @throws std::system_error if the file cannot be made or has no room for its beginning; std::runtime_error if
+    ///         another CaptureFile, of any program, is writing it, which leaves it as it is
     CaptureFile(const std::string& path, Format format, const std::string& application);
     /// Takes a frame; it is in the file after the next flush. Flushes by itself when much has gathered.
     /// @throws CaptureError if the format cannot hold the frame; std::system_error as flush()

@@ -25,6 +25,9 @@ public:
     /// Whole sentences on what the capture held besides the frames given out, for example packets of other
     /// networks.
     virtual std::vector<std::string> remarks() const = 0;
+
+    /// Packets of networks other than CAN that were passed over so far.
+    virtual uint64_t foreignPackets() const { return 0; }
 };
 
 /// Chooses the reader by the first bytes of the capture: pcapng, else log lines. A byte-order mark in front of a log is

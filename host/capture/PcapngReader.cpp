@@ -161,7 +161,7 @@ bool PcapngReader::takePacket(CaptureFrame& frame)
     }
     Interface& interface = interfaces[index];
     if (!interface.isCan) {
-        ++foreignPackets;
+        ++skippedPackets;
         return false;
     }
     const std::span<const uint8_t> rest = body.subspan(headBytes);
@@ -226,8 +226,8 @@ uint64_t PcapngReader::droppedInSection() const
 std::vector<std::string> PcapngReader::remarks() const
 {
     std::vector<std::string> texts;
-    if (foreignPackets != 0) {
-        texts.push_back(std::to_string(foreignPackets) + " packets of interfaces other than CAN were skipped");
+    if (skippedPackets != 0) {
+        texts.push_back(std::to_string(skippedPackets) + " packets of interfaces other than CAN were skipped");
     }
     if (const uint64_t dropped = earlierDropped + droppedInSection(); dropped != 0) {
         texts.push_back(std::to_string(dropped) + " frames were lost when this was recorded");

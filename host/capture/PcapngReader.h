@@ -20,6 +20,7 @@ public:
 
     bool next(CaptureFrame& frame) override;
     std::vector<std::string> remarks() const override;
+    uint64_t foreignPackets() const override { return skippedPackets; }
 
 private:
     struct Interface
@@ -45,7 +46,7 @@ private:
     std::vector<Interface> interfaces; ///< of this section
     size_t earlierInterfaces = 0;      ///< of the sections before
     uint64_t earlierDropped = 0;
-    uint64_t foreignPackets = 0;
+    uint64_t skippedPackets = 0;
     bool hasEnded = false; ///< behind an error there is nothing more
 };
 

@@ -92,6 +92,9 @@ void CaptureInput::remark() const
                   << ": no frame in it can be read; pcapng files, candump logs, and what candump shows can"
                   << std::endl;
     }
+    if (errors == 0 && isUseless()) {
+        std::cerr << "vlogger: " << name << ": no CAN frame is in it" << std::endl;
+    }
     for (const std::string& text : reader->remarks()) {
         std::cerr << "vlogger: " << name << ": " << text << std::endl;
     }

@@ -29,6 +29,8 @@ public:
     bool next(capture::CaptureFrame& frame);
 
     uint64_t unreadable() const { return errors; }
+    /// Whether everything that was read is of no use here, as opposed to an empty capture.
+    bool isUseless() const { return !hasFrames && (errors != 0 || reader->foreignPackets() != 0); }
     /// How much of the file is read, 0 to 1; negative if nobody knows.
     double done();
     /// Says what the capture held besides, on standard error.

@@ -1,5 +1,6 @@
 #include "CaptureInput.h"
 #include "Commands.h"
+#include "EarlyEnd.h"
 #include "ExitCode.h"
 #include "FormatOption.h"
 #include "Progress.h"
@@ -8,9 +9,11 @@
 
 #include <capture/CaptureError.h>
 
-#include <filesystem>
 #include <iostream>
 #include <memory>
+#include <sys/stat.h>
+#include <system_error>
+#include <unistd.h>
 
 namespace tool {
 
@@ -23,17 +26,32 @@ struct Options
     std::string format;
 };
 
+bool findStatus(const std::string& path, int standardStream, struct stat& status)
+{
+    return (path == "-" ? ::fstat(standardStream, &status) : ::stat(path.c_str(), &status)) == 0;
+}
+
+/// Whether what is written would come into what is read. A terminal or a socket may be both.
+bool isSameFile(const std::string& input, const std::string& output)
+{
+    struct stat read = {};
+    struct stat written = {};
+    return findStatus(input, STDIN_FILENO, read) && findStatus(output, STDOUT_FILENO, written) &&
+           S_ISREG(read.st_mode) && read.st_dev == written.st_dev && read.st_ino == written.st_ino;
+}
+
 void convert(const Options& options, Context& context)
 {
-    std::error_code unknown;
-    if (std::filesystem::equivalent(options.input, options.output, unknown)) {
-        throw WrongUsage("\"" + options.output + "\" is the file that is read; it would be lost");
+    if (isSameFile(options.input, options.output)) {
+        throw WrongUsage(options.output == "-"
+                             ? "standard output goes into the file that is read; that would never end"
+                             : "\"" + options.output + "\" is the file that is read; it would be lost");
     }
     const capture::Format format = chosenFormat(options.format, options.output);
     CaptureInput input(options.input);
     capture::CaptureFrame frame;
     bool hasFrame = input.next(frame);
-    if (!hasFrame && input.unreadable() != 0) {
+    if (!hasFrame && input.isUseless()) {
         // Whatever the output file holds is worth more than nothing.
         input.remark();
         context.exitCode = FAILURE;
@@ -58,7 +76,9 @@ void convert(const Options& options, Context& context)
         if (isReaderGone(options.output, error)) {
             return;
         }
-        throw;
+        std::cerr << earlyEnd("converting", output.framesWritten(), error) << std::endl;
+        context.exitCode = FAILURE;
+        return;
     }
     input.remark();
     if (refused != 0) {

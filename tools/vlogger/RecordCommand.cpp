@@ -1,4 +1,5 @@
 #include "Commands.h"
+#include "EarlyEnd.h"
 #include "ExitCode.h"
 #include "FormatOption.h"
 #include "OptionCheck.h"
@@ -47,8 +48,7 @@ void record(const Options& options, Context& context)
         if (isReaderGone(options.file, error)) {
             return;
         }
-        std::cerr << "vlogger: recording ends after " << recording.framesWritten()
-                  << " frames, which can be read: " << error.what() << std::endl;
+        std::cerr << earlyEnd("recording", recording.framesWritten(), error) << std::endl;
         context.exitCode = FAILURE;
         return;
     }

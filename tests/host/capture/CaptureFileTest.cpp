@@ -121,6 +121,44 @@ TEST_F(CaptureFileTest, MissingDirectoryIsReportedWithTheName)
     }
 }
 
+TEST_F(CaptureFileTest, OlderFileIsOverwrittenAsAWhole)
+{
+    const std::string path = directory.path("a.log");
+    std::ofstream(path) << "something longer than what comes\n";
+    CaptureFile sut(path, Format::CANDUMP, "test");
+    sut.write(frame(1));
+    sut.finish();
+    EXPECT_EQ(directory.read("a.log"), "(1.000001) can0 001#\n");
+}
+
+TEST_F(CaptureFileTest, SecondWriterIsRefusedAndLeavesTheFileAsItIs)
+{
+    const std::string path = directory.path("a.log");
+    CaptureFile first(path, Format::CANDUMP, "test");
+    first.write(frame(1));
+    first.flush();
+    try {
+        CaptureFile sut(path, Format::CANDUMP, "test");
+        FAIL() << "two write one file";
+    } catch (const std::runtime_error& error) {
+        EXPECT_EQ(error.what(), "another program is writing " + path + "; give another file name");
+    }
+    EXPECT_EQ(directory.read("a.log"), "(1.000001) can0 001#\n");
+}
+
+TEST_F(CaptureFileTest, FileIsFreeOnceItsWriterHasGone)
+{
+    const std::string path = directory.path("a.log");
+    CaptureFile(path, Format::CANDUMP, "test").finish();
+    EXPECT_NO_THROW(CaptureFile(path, Format::CANDUMP, "test"));
+}
+
+TEST_F(CaptureFileTest, DeviceMayHaveTwoWriters)
+{
+    const CaptureFile first("/dev/null", Format::CANDUMP, "test");
+    EXPECT_NO_THROW(CaptureFile("/dev/null", Format::CANDUMP, "test"));
+}
+
 TEST_F(CaptureFileTest, FullDiskLeavesWholeFramesAndTheirCount)
 {
     for (const Format format : {Format::CANDUMP, Format::PCAPNG}) {

@@ -54,6 +54,17 @@ class CaptureTest(Bench):
         self.assertEqual(len(times), 2)
         self.assertGreater(times[1] - times[0], 0.02)
 
+    def test_second_recording_to_a_file_is_refused_and_the_first_keeps_its_frames(self):
+        self.serve()
+        out = self.path("out.log")
+        first = self.record(out, "can0")
+        self.assertEqual(self.run_tool("record", out, "-n", "1", "--seconds", "1", code=1).stderr,
+                         f"vlogger: another program is writing {out}; give another file name\n")
+        self.run_tool("send", "can0", "123#01")
+        self.assertEqual(self.stop(first)[0], 0)
+        self.assertEqual([line.split()[2] for line in self.read("out.log").splitlines()], ["123#01"])
+        self.run_tool("record", out, "--seconds", "0.1")
+
     def test_full_disk_ends_a_recording_with_a_readable_file(self):
         self.serve()
         limited = self.start("sh", "-c", f'ulimit -f 8; exec {VLOGGER} record {self.path("out.pcapng")}')
