@@ -1,5 +1,7 @@
 #include <capture/CandumpCaptureReader.h>
 
+#include <capture/Counted.h>
+
 namespace capture {
 
 bool CandumpCaptureReader::next(CaptureFrame& frame)
@@ -23,7 +25,8 @@ std::vector<std::string> CandumpCaptureReader::remarks() const
     if (timeless == 0) {
         return {};
     }
-    return {std::to_string(timeless) + " frames have no time and stand at 0; candump shows times with -t a"};
+    return {counted(timeless, "frame has no time and stands", "frames have no time and stand") +
+            " at 0; candump shows times with -t a"};
 }
 
 } // namespace capture

@@ -1,5 +1,7 @@
 #include <capture/CandumpEncoder.h>
 
+#include <capture/Counted.h>
+
 namespace capture {
 
 void CandumpEncoder::begin(std::vector<uint8_t>&) {}
@@ -21,7 +23,7 @@ std::vector<std::string> CandumpEncoder::losses() const
     std::vector<std::string> texts;
     const auto add = [&](uint64_t frames, const std::string& what) {
         if (frames != 0) {
-            texts.push_back("a log has no place for " + what + ", which " + std::to_string(frames) + " frames had");
+            texts.push_back("a log has no place for " + what + ", which " + countedFrames(frames) + " had");
         }
     };
     add(directions, "a direction");

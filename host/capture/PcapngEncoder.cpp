@@ -1,6 +1,7 @@
 #include <capture/PcapngEncoder.h>
 
 #include <capture/CaptureError.h>
+#include <capture/Counted.h>
 #include <capture/PcapngFormat.h>
 #include <capture/SocketCanPacket.h>
 
@@ -173,8 +174,8 @@ std::vector<std::string> PcapngEncoder::losses() const
     if (fdMarks == 0) {
         return {};
     }
-    return {"pcapng sets bit 2 of the flags of every CAN FD frame; that " + std::to_string(fdMarks) +
-            " frames had it in their digit is not kept"};
+    return {"pcapng sets bit 2 of the flags of every CAN FD frame; that " + countedFrames(fdMarks) +
+            " had it in their digit is not kept"};
 }
 
 } // namespace capture

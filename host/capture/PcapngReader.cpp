@@ -1,5 +1,6 @@
 #include <capture/PcapngReader.h>
 
+#include <capture/Counted.h>
 #include <capture/SocketCanPacket.h>
 
 #include <algorithm>
@@ -227,10 +228,12 @@ std::vector<std::string> PcapngReader::remarks() const
 {
     std::vector<std::string> texts;
     if (skippedPackets != 0) {
-        texts.push_back(std::to_string(skippedPackets) + " packets of interfaces other than CAN were skipped");
+        texts.push_back(counted(skippedPackets, "packet of an interface other than CAN was",
+                                "packets of interfaces other than CAN were") +
+                        " skipped");
     }
     if (const uint64_t dropped = earlierDropped + droppedInSection(); dropped != 0) {
-        texts.push_back(std::to_string(dropped) + " frames were lost when this was recorded");
+        texts.push_back(counted(dropped, "frame was", "frames were") + " lost when this was recorded");
     }
     return texts;
 }

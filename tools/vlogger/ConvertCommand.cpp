@@ -8,6 +8,7 @@
 #include "Usage.h"
 
 #include <capture/CaptureError.h>
+#include <capture/Counted.h>
 
 #include <iostream>
 #include <memory>
@@ -82,12 +83,13 @@ void convert(const Options& options, Context& context)
     }
     input.remark();
     if (refused != 0) {
-        std::cerr << "vlogger: " << refused << " frames have a time that the format cannot hold" << std::endl;
+        std::cerr << "vlogger: " << capture::counted(refused, "frame has", "frames have")
+                  << " a time that the format cannot hold" << std::endl;
     }
     for (const std::string& loss : output.losses()) {
         std::cerr << "vlogger: " << loss << std::endl;
     }
-    std::cerr << "vlogger: " << output.framesWritten() << " frames converted" << std::endl;
+    std::cerr << "vlogger: " << capture::countedFrames(output.framesWritten()) << " converted" << std::endl;
     context.exitCode = input.unreadable() + refused == 0 ? SUCCESS : LOSS;
 }
 

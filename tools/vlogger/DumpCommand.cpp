@@ -8,6 +8,8 @@
 #include "StandardStreams.h"
 #include "TimeLimit.h"
 
+#include <capture/Counted.h>
+
 #include <cstdio>
 #include <iostream>
 #include <limits>
@@ -107,7 +109,8 @@ void dump(const Options& options, Context& context)
             break;
         } else if (event.dropped != 0) {
             missed += event.dropped;
-            std::cerr << "vlogger: " << event.dropped << " frames are missing here" << std::endl;
+            std::cerr << "vlogger: " << capture::counted(event.dropped, "frame is", "frames are") << " missing here"
+                      << std::endl;
         } else if (const capture::CandumpFrame frame = frameOf(event.frame);
                    filters.shows(event.frame.channel, frame)) {
             printer.print(event, frame);

@@ -1,5 +1,7 @@
 #pragma once
 
+#include <capture/Counted.h>
+
 #include <cstdint>
 #include <exception>
 #include <string>
@@ -11,8 +13,8 @@ namespace tool {
 /// @param frames  in the capture, which ends with the last whole one
 inline std::string earlyEnd(const std::string& what, uint64_t frames, const std::exception& cause)
 {
-    return "vlogger: " + what + " ends after " + std::to_string(frames) +
-           " frames, which can be read: " + cause.what();
+    return "vlogger: " + what + " ends after " + capture::countedFrames(frames) +
+           ", which can be read: " + cause.what();
 }
 
 } // namespace tool

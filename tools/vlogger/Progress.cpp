@@ -2,6 +2,8 @@
 
 #include "Terminal.h"
 
+#include <capture/Counted.h>
+
 #include <cmath>
 #include <cstdio>
 #include <iostream>
@@ -25,7 +27,7 @@ std::string duration(double seconds)
 
 std::string progressText(const std::string& what, uint64_t frames, double elapsedSeconds, double done)
 {
-    std::string text = what + " " + std::to_string(frames) + " frames";
+    std::string text = what + " " + capture::countedFrames(frames);
     if (elapsedSeconds > 0) {
         text += ", " + std::to_string(static_cast<uint64_t>(static_cast<double>(frames) / elapsedSeconds)) + "/s";
     }

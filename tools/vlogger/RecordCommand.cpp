@@ -6,6 +6,8 @@
 #include "Recording.h"
 #include "StandardStreams.h"
 
+#include <capture/Counted.h>
+
 #include <iostream>
 #include <limits>
 #include <memory>
@@ -52,7 +54,7 @@ void record(const Options& options, Context& context)
         context.exitCode = FAILURE;
         return;
     }
-    std::cerr << "vlogger: " << recording.framesWritten() << " frames recorded";
+    std::cerr << "vlogger: " << capture::countedFrames(recording.framesWritten()) << " recorded";
     if (recording.framesMissed() != 0) {
         std::cerr << ", " << recording.framesMissed() << " missed";
     }

@@ -11,6 +11,8 @@
 #include "StopSignal.h"
 #include "Usage.h"
 
+#include <capture/Counted.h>
+
 #include <sys/prctl.h>
 
 #include <algorithm>
@@ -139,8 +141,8 @@ public:
     {
         const double seconds = std::chrono::duration<double>(elapsed).count();
         const uint64_t sent = player.framesSent();
-        std::cerr << "vlogger: " << sent << " frames sent in " << std::fixed << std::setprecision(3) << seconds
-                  << " s";
+        std::cerr << "vlogger: " << capture::countedFrames(sent) << " sent in " << std::fixed
+                  << std::setprecision(3) << seconds << " s";
         if (speedOf(options.speed) == 0 && sent != 0) {
             std::cerr << ", " << static_cast<uint64_t>(static_cast<double>(sent) / seconds) << "/s";
         }
@@ -149,11 +151,12 @@ public:
         const Lateness& lateness = player.lateness();
         if (lateness.count() != 0) {
             std::cerr << "vlogger: lateness mean " << std::setprecision(0) << lateness.meanUs() << " us, worst "
-                      << lateness.worstUs() << " us; " << lateness.lateFrames() << " frames more than 1 ms late"
-                      << std::endl;
+                      << lateness.worstUs() << " us; " << capture::countedFrames(lateness.lateFrames())
+                      << " more than 1 ms late" << std::endl;
         }
         if (skipped != 0) {
-            std::cerr << "vlogger: " << skipped << " error frames skipped" << std::endl;
+            std::cerr << "vlogger: " << capture::counted(skipped, "error frame", "error frames") << " skipped"
+                      << std::endl;
         }
         return unreadable == 0 ? SUCCESS : LOSS;
     }

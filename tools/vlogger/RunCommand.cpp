@@ -5,6 +5,7 @@
 #include "TemporarySocket.h"
 
 #include <bench/Bench.h>
+#include <capture/Counted.h>
 #include <config/ConfigurationReader.h>
 
 #include <sys/prctl.h>
@@ -103,7 +104,9 @@ void summarise(const vlogger::VirtualLogger& logger, bool isJson)
             text << "vlogger: nothing crossed any channel\n";
         }
         if (const uint64_t dropped = logger.statistics().framesDropped; dropped != 0) {
-            text << "vlogger: " << dropped << " frames were dropped because their reader took nothing\n";
+            text << "vlogger: "
+                 << capture::counted(dropped, "frame was dropped because its", "frames were dropped because their")
+                 << " reader took nothing\n";
         }
     }
     std::cerr << text.str() << std::flush;

@@ -209,8 +209,8 @@ TEST_F(CaptureFileTest, LogTellsWhatItHasNoPlaceFor)
     sut.write(full);
     EXPECT_EQ(sut.losses(), (std::vector<std::string>{
                                 "a log has no place for a direction, which 2 frames had",
-                                "a log has no place for nanoseconds, which 1 frames had",
-                                "a log has no place for the count of frames lost before one, which 1 frames had"}));
+                                "a log has no place for nanoseconds, which 1 frame had",
+                                "a log has no place for the count of frames lost before one, which 1 frame had"}));
 }
 
 } // namespace capture

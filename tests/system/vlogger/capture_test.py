@@ -61,7 +61,7 @@ class CaptureTest(Bench):
         self.assertEqual(self.run_tool("record", out, "-n", "1", "--seconds", "1", code=1).stderr,
                          f"vlogger: another program is writing {out}; give another file name\n")
         self.run_tool("send", "can0", "123#01")
-        self.assertEqual(self.stop(first)[0], 0)
+        self.assertEqual(self.stop(first), (0, "", "vlogger: 1 frame recorded\n"))
         self.assertEqual([line.split()[2] for line in self.read("out.log").splitlines()], ["123#01"])
         self.run_tool("record", out, "--seconds", "0.1")
 
@@ -124,7 +124,7 @@ class CaptureTest(Bench):
             self.assertTrue(err.startswith(f"vlogger: {frames} frames sent in "), err)
             self.assertEqual(hint in err.splitlines(), not options)
         log = self.write("in.log", "(1.000000) can0 123#01\n")
-        self.assertIn("vlogger: 1 frames sent", self.run_tool("replay", log, "--direction", "rx").stderr)
+        self.assertIn("vlogger: 1 frame sent", self.run_tool("replay", log, "--direction", "rx").stderr)
 
     def convert(self, text, output="-"):
         """Converts a log to pcapng and that to a log again; returns the log and what both said."""
@@ -140,10 +140,10 @@ class CaptureTest(Bench):
     def test_what_a_format_cannot_hold_is_counted_at_the_end(self):
         log, first, second = self.convert("(1.000000001) can0 123##5AA T\n(2.0) can0 123##1AA\n")
         self.assertEqual(log, "(1.000000) can0 123##1AA\n(2.000000) can0 123##1AA\n")
-        self.assertEqual(first, "vlogger: pcapng sets bit 2 of the flags of every CAN FD frame; that 1 frames had it "
+        self.assertEqual(first, "vlogger: pcapng sets bit 2 of the flags of every CAN FD frame; that 1 frame had it "
                                 "in their digit is not kept\nvlogger: 2 frames converted\n")
-        self.assertEqual(second, "vlogger: a log has no place for a direction, which 1 frames had\n"
-                                 "vlogger: a log has no place for nanoseconds, which 1 frames had\n"
+        self.assertEqual(second, "vlogger: a log has no place for a direction, which 1 frame had\n"
+                                 "vlogger: a log has no place for nanoseconds, which 1 frame had\n"
                                  "vlogger: 2 frames converted\n")
 
     def test_what_dump_shows_is_read_as_a_capture(self):
@@ -200,7 +200,7 @@ class CaptureTest(Bench):
         done = self.run_tool("convert", log, "-", code=3)
         self.assertEqual(done.stdout, "(1.000000) can0 001#\n(2.000000) can0 002#AA\n")
         self.assertEqual(done.stderr, f"vlogger: {log}: line 2: the line does not begin with a time stamp in "
-                                      "parentheses\nvlogger: a log has no place for a direction, which 1 frames had\n"
+                                      "parentheses\nvlogger: a log has no place for a direction, which 1 frame had\n"
                                       "vlogger: 2 frames converted\n")
 
 

@@ -72,7 +72,7 @@ class ConvertTest(Bench):
         done = self.run_tool("convert", self.path("in.pcapng"), self.path("out.log"), code=1)
         name = self.path("in.pcapng")
         self.assertEqual(done.stderr, f"vlogger: {name}: no CAN frame is in it\n"
-                                      f"vlogger: {name}: 1 packets of interfaces other than CAN were skipped\n")
+                                      f"vlogger: {name}: 1 packet of an interface other than CAN was skipped\n")
         self.assertEqual(self.read("out.log"), "precious\n")
 
     def test_empty_capture_becomes_an_empty_one(self):
@@ -80,6 +80,10 @@ class ConvertTest(Bench):
         done = self.run_tool("convert", self.write("in.log", ""), self.path("out.log"))
         self.assertEqual(done.stderr, "vlogger: 0 frames converted\n")
         self.assertEqual(self.read("out.log"), "")
+
+    def test_one_frame_is_said_in_the_singular(self):
+        log = self.write("in.log", "(1.000000) can0 123#01\n")
+        self.assertEqual(self.run_tool("convert", log, self.path("out.log")).stderr, "vlogger: 1 frame converted\n")
 
     def test_output_that_another_program_writes_is_refused_and_stays(self):
         log = self.write("in.log", generated_log(3))

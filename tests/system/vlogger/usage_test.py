@@ -163,7 +163,7 @@ class UsageTest(Bench):
             self.assertRegex(child.stderr.readline(), r"^vlogger: the next frame is due in \d{9,} s\n$")
             code, _, err = self.stop(child)
             self.assertEqual(code, 0)
-            self.assertIn("1 frames sent", err)
+            self.assertIn("1 frame sent", err)
 
     def test_last_line_without_its_end_and_foreign_line_ends_are_read(self):
         for text in ("(1.000000) can0 001#\n(2.000000) can0 002#", "(1.000000) can0 001#\r\n(2.000000) can0 002#\r\n"):
