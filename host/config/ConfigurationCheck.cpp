@@ -2,6 +2,7 @@
 
 #include <config/ConfigurationTable.h>
 #include <config/ErrorName.h>
+#include <config/MissingChannel.h>
 #include <config/NearestName.h>
 #include <logger/BoardKind.h>
 #include <wire/FdLength.h>
@@ -69,19 +70,6 @@ bool isSameServer(const Peer& one, const Peer& other)
     return one.transport == other.transport && isSameAddress && one.port == other.port;
 }
 
-/// Without a trace device nobody hears the channel.
-bool hasChannel(const wire::Board& board, uint8_t channel)
-{
-    return !vlogger::board::traceDeviceOf(board, channel).empty();
-}
-
-std::string noChannel(uint8_t channel)
-{
-    return "this board has no channel " + std::to_string(channel) + "; the channels from " +
-           std::to_string(vlogger::board::FIRST_EXTENSION_CHANNEL) +
-           " on need [board] device_code = " + std::to_string(vlogger::board::EXTENSION_BOARD_CODE);
-}
-
 /// Complains about a setting of an ISO-TP node that a node of another kind has, too, if it is not the default.
 template <typename Field>
 void checkIsoTpOnly(std::vector<WrongField>& wrong, const Node& node, std::string_view key, Field Node::*field)
@@ -143,8 +131,8 @@ std::vector<WrongField> check(const Wiring& wiring, const wire::Board& board)
             return {{"buses", "a bus has at least one channel; [[0]] leaves every channel alone"}};
         }
         for (const uint8_t channel : bus) {
-            if (!hasChannel(board, channel)) {
-                return {{"buses", noChannel(channel)}};
+            if (auto missing = missingChannel(board, channel)) {
+                return {{"buses", std::move(*missing)}};
             }
             if (seen.test(channel)) {
                 return {{"buses", "channel " + std::to_string(channel) + " is wired twice"}};
@@ -175,8 +163,8 @@ std::vector<WrongField> check(const Node& node, const wire::Board& board, std::s
         // A message that names the node would leave open which of the two.
         wrong.push_back({"name", "there is a node " + quoted(node.name) + " already"});
     }
-    if (!hasChannel(board, node.channel)) {
-        wrong.push_back({"channel", noChannel(node.channel)});
+    if (auto missing = missingChannel(board, node.channel)) {
+        wrong.push_back({"channel", std::move(*missing)});
     }
     checkId(wrong, "request_id", node.requestId, node.extended);
     checkId(wrong, "response_id", node.responseId, node.extended);

@@ -1,5 +1,9 @@
 #pragma once
 
+#include "NoChannel.h"
+
+#include <wire/Protocol.h>
+
 #include <cstdint>
 #include <map>
 #include <string>
@@ -12,11 +16,12 @@ namespace tool {
 class ChannelMap
 {
 public:
-    /// @param rules  "can0=3", "vcan1=can7"
+    /// @param rules         "can0=3", "vcan1=can7"; one per interface
+    /// @param presentBoard  tells which channels there are
     /// @throws WrongUsage with the text of a rule that cannot be
-    explicit ChannelMap(const std::vector<std::string>& rules);
+    ChannelMap(const std::vector<std::string>& rules, const wire::Board& presentBoard);
 
-    /// @throws WrongUsage if the interface has neither a rule nor a number
+    /// @throws NoChannel if the interface has neither a rule nor a number, or the board lacks the channel of this number
     uint8_t channelOf(const std::string& interfaceName);
 
     /// Interfaces of rules that nobody has asked for: most likely misspelt.
@@ -29,6 +34,7 @@ private:
         bool isUsed = false;
     };
 
+    const wire::Board board;
     std::map<std::string, Target> channels;
 };
 

@@ -87,7 +87,7 @@ void dump(const Options& options, Context& context)
     requireStandardOutput();
     StopSignal stop;
     const FilterSet filters(options.filters);
-    MonitorReader monitor(LoggerClient(context.socket), filters.channels());
+    MonitorReader monitor(LoggerClient(context.socket), filters);
     Printer printer(options);
     const TimeLimit limit(options.seconds);
     uint64_t shown = 0;

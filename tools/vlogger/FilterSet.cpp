@@ -41,6 +41,7 @@ FilterSet::FilterSet(const std::vector<std::string>& texts)
             entry.channels.set();
         } else if (const auto channel = parseChannel(parts.front())) {
             entry.channels.set(*channel);
+            named.set(*channel);
         } else {
             throw WrongUsage("filter \"" + text + "\": \"" + parts.front() +
                              "\" is no channel (can0 to can255, any)");

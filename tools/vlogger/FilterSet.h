@@ -22,6 +22,8 @@ public:
 
     /// The channels that have to be watched.
     const wire::ChannelSet& channels() const { return watched; }
+    /// Those that a filter names; `any` names none.
+    const wire::ChannelSet& namedChannels() const { return named; }
 
     bool shows(uint8_t channel, const capture::CandumpFrame& frame) const;
 
@@ -45,6 +47,7 @@ private:
 
     std::vector<Entry> entries;
     wire::ChannelSet watched;
+    wire::ChannelSet named;
 };
 
 } // namespace tool

@@ -1,5 +1,8 @@
 #include "LoggerClient.h"
 
+#include "Usage.h"
+
+#include <config/MissingChannel.h>
 #include <platform/endpoint/LoggerSocket.h>
 #include <wire/DefaultSocket.h>
 #include <wire/PacketSocket.h>
@@ -130,6 +133,22 @@ wire::FileDescriptor LoggerClient::openDevice(const std::string& path) const
 wire::Board LoggerClient::board() const
 {
     return wire::decodeBoard(ask(wire::Kind::BOARD, "", "its board").body).value_or(wire::Board());
+}
+
+void LoggerClient::requireChannels(const wire::ChannelSet& channels) const
+{
+    if (channels.none()) {
+        return;
+    }
+    const wire::Board present = board();
+    for (size_t channel = 0; channel < channels.size(); ++channel) {
+        if (!channels.test(channel)) {
+            continue;
+        }
+        if (const auto missing = config::missingChannel(present, static_cast<uint8_t>(channel))) {
+            throw WrongUsage(*missing);
+        }
+    }
 }
 
 } // namespace tool

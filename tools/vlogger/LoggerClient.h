@@ -33,6 +33,8 @@ public:
     /// A transmit device, as an application opens it.
     wire::FileDescriptor openDevice(const std::string& path) const;
     wire::Board board() const;
+    /// @throws WrongUsage if its board lacks one of these channels: nothing would ever be heard there
+    void requireChannels(const wire::ChannelSet& channels) const;
 
 private:
     struct Granted;

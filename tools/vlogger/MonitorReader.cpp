@@ -11,10 +11,17 @@ namespace {
 
 constexpr size_t BUFFER_BYTES = 65536;
 
+/// The monitor itself takes any channel: for one that cannot be nothing would ever come.
+wire::FileDescriptor openMonitor(const LoggerClient& client, const FilterSet& filters)
+{
+    client.requireChannels(filters.namedChannels());
+    return client.openMonitor(filters.channels());
+}
+
 } // namespace
 
-MonitorReader::MonitorReader(const LoggerClient& client, const wire::ChannelSet& channels)
-    : MonitorReader(client.openMonitor(channels), client.offsetUs())
+MonitorReader::MonitorReader(const LoggerClient& client, const FilterSet& filters)
+    : MonitorReader(openMonitor(client, filters), client.offsetUs())
 {
 }
 

@@ -1,5 +1,6 @@
 #pragma once
 
+#include "FilterSet.h"
 #include "LoggerClient.h"
 #include "StopSignal.h"
 
@@ -14,7 +15,9 @@ namespace tool {
 class MonitorReader
 {
 public:
-    MonitorReader(const LoggerClient& client, const wire::ChannelSet& channels);
+    /// Watches what the filters want to see, and maybe more.
+    /// @throws WrongUsage if a filter names a channel that the logger's board lacks
+    MonitorReader(const LoggerClient& client, const FilterSet& filters);
     /// @param monitorStream  as LoggerClient::openMonitor() returns it
     /// @param timeOffsetUs   system time minus device time
     MonitorReader(wire::FileDescriptor monitorStream, uint64_t timeOffsetUs);

@@ -35,7 +35,7 @@ void record(const Options& options, Context& context)
     }
     StopSignal stop;
     const FilterSet filters(options.filters);
-    MonitorReader monitor(LoggerClient(context.socket), filters.channels());
+    MonitorReader monitor(LoggerClient(context.socket), filters);
     capture::CaptureFile file(options.file, chosenFormat(options.format, options.file), "vlogger " VLOGGER_VERSION);
     std::cerr << "vlogger: recording to " << options.file << std::endl;
     Recording recording(filters, std::move(monitor), std::move(file),

@@ -108,8 +108,8 @@ class Replay
 {
 public:
     Replay(const Options& chosen, const LoggerClient& client, StopSignal& stopSignal)
-        : options(chosen), stop(stopSignal), channels(chosen.map), injector(client, chosen.asChannel),
-          clock(stopSignal),
+        : options(chosen), stop(stopSignal), channels(chosen.map, client.board()),
+          injector(client, chosen.asChannel), clock(stopSignal),
           player(clock, speedOf(chosen.speed),
                  {.fromUs = microseconds(chosen.from),
                   .toUs = chosen.to ? microseconds(*chosen.to) : std::numeric_limits<uint64_t>::max()},
@@ -123,7 +123,7 @@ public:
         }
     }
 
-    /// Sends the capture as often as it is wanted, or until the user stops it.
+    /// Sends the capture as often as it is wanted, or until the user stops it, or to a frame that has no channel.
     void run()
     {
         const auto start = clock.now();
@@ -141,6 +141,9 @@ public:
     {
         const double seconds = std::chrono::duration<double>(elapsed).count();
         const uint64_t sent = player.framesSent();
+        if (!obstacle.empty()) {
+            std::cerr << "vlogger: " << obstacle << std::endl;
+        }
         std::cerr << "vlogger: " << capture::countedFrames(sent) << " sent in " << std::fixed
                   << std::setprecision(3) << seconds << " s";
         if (speedOf(options.speed) == 0 && sent != 0) {
@@ -158,24 +161,30 @@ public:
             std::cerr << "vlogger: " << capture::counted(skipped, "error frame", "error frames") << " skipped"
                       << std::endl;
         }
-        return unreadable == 0 ? SUCCESS : LOSS;
+        return !obstacle.empty() ? FAILURE : unreadable != 0 ? LOSS : SUCCESS;
     }
 
 private:
-    /// @return false if the user has stopped it
+    /// @return false if it ended before its end
     bool playOnce()
     {
         CaptureInput input(options.file, &stop);
         Progress progress("replaying");
         const bool isPaced = speedOf(options.speed) != 0;
-        const bool isWhole = player.play([&](capture::CaptureFrame& frame) { return nextWanted(input, frame); },
-                                         [&] {
-                                             if (isPaced) {
-                                                 progress.show(player.framesSent(), input.done());
-                                             } else {
-                                                 progress.update(player.framesSent(), [&] { return input.done(); });
-                                             }
-                                         });
+        const auto look = [&] {
+            if (isPaced) {
+                progress.show(player.framesSent(), input.done());
+            } else {
+                progress.update(player.framesSent(), [&] { return input.done(); });
+            }
+        };
+        bool isWhole = false;
+        try {
+            isWhole = player.play([&](capture::CaptureFrame& frame) { return nextWanted(input, frame); }, look);
+        } catch (const NoChannel& error) {
+            // What was sent before counts, and standard input can be read once only: it is told at the end.
+            obstacle = error.what();
+        }
         input.remark();
         unreadable += input.unreadable();
         return isWhole && !stop.hasCome();
@@ -213,7 +222,7 @@ private:
     void reportMistakes() const
     {
         const auto length = player.lengthUs();
-        if (length && player.framesSent() == 0 && skipped == 0 && !stop.hasCome()) {
+        if (length && player.framesSent() == 0 && skipped == 0 && obstacle.empty() && !stop.hasCome()) {
             std::cerr << "vlogger: no frame lies between --from and --to; the last one is "
                       << static_cast<double>(*length) / US_PER_SECOND << " s behind the beginning" << std::endl;
         }
@@ -239,6 +248,7 @@ private:
     std::chrono::nanoseconds elapsed{0};
     uint64_t skipped = 0;
     uint64_t unreadable = 0;
+    std::string obstacle; ///< what ended it before its end; empty: nothing did
     bool hasSent = false;
     bool hasReceived = false;
 };

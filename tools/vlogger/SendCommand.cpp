@@ -34,6 +34,7 @@ void send(const Options& options, Context& context)
         records.push_back(*record);
     }
     const LoggerClient client(context.socket);
+    client.requireChannels(wire::ChannelSet().set(*channel));
     Injector injector(client, options.asChannel);
     for (const wire::CanRecord& record : records) {
         injector.send(record);

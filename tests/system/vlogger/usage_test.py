@@ -16,6 +16,28 @@ class UsageTest(Bench):
         self.complaint("nonsense")
         self.complaint()
 
+    def test_channel_that_the_board_lacks_is_refused(self):
+        self.serve()
+        log = self.write("in.log", "(1.000000) can0 001#\n")
+        recording = self.path("out.log")
+        lacking = "this board has no channel 98; the channels from 14 on need [board] device_code = 4"
+        for command in (("send", "can98", "123#"), ("send", "--as-channel", "98", "123#"), ("dump", "can0", "can98"),
+                        ("dump", "any", "98,123:7FF"), ("record", recording, "can98")):
+            self.assertEqual(self.complaint(*command), "vlogger: " + lacking)
+        self.assertFalse(os.path.exists(recording))
+        self.assertEqual(self.complaint("replay", log, "--map", "can0=98"), f'vlogger: map "can0=98": {lacking}')
+        self.assertEqual(self.stages("bus"), [])
+
+    def test_last_channel_of_a_board_is_none_too_many(self):
+        for board, channel in (("", "can13"), ("device_code = 4", "can255"), ("type = 112", "can255")):
+            server = self.serve("--config", self.write("bench.toml", f"[board]\n{board}\n"))
+            dump = self.start(VLOGGER, "dump", "-n", "1", channel)
+            while not self.stages("monitor"):
+                pass
+            self.run_tool("send", channel, "123#")
+            self.assertEqual(dump.communicate(timeout=LIMIT_S)[0].split(), [channel, "123", "[0]"])
+            self.stop(server)
+
     def test_missing_argument_is_wrong_usage(self):
         for command in ("send", "replay", "record", "convert", "run"):
             self.assertRegex(self.complaint(command), "^[A-Z]+ is required$")
@@ -56,10 +78,31 @@ class UsageTest(Bench):
     def test_map_that_cannot_be_is_refused(self):
         self.serve()
         log = self.write("in.log", "(5.000000) body 001#\n")
-        self.assertEqual(self.complaint("replay", log),
-                         'vlogger: the capture\'s interface "body" stands for no channel; say which: --map body=0')
         self.assertEqual(self.complaint("replay", log, "--map", "body"),
                          'vlogger: map "body": it is not interface=channel, for example can0=3')
+        self.assertEqual(self.complaint("replay", log, "--map", "body=3", "--map", "body=4"),
+                         'vlogger: map "body=4": its interface has a channel already')
+
+    def test_replay_ends_with_its_report_at_an_interface_without_a_channel(self):
+        self.serve()
+        for name, reason in (("eth", ' stands for no channel; say which: --map eth=0'),
+                             ("can98", ": this board has no channel 98; the channels from 14 on need [board] "
+                                       "device_code = 4")):
+            log = self.write("in.log", f"(1.000000) can0 001#\n(1.000000) {name} 002#\n(1.000000) can0 003#\n")
+            for options in ((), ("--speed", "max"), ("--loop", "0")):
+                done = self.run_tool("replay", log, *options, code=1)
+                first, report = done.stderr.splitlines()[:2]
+                self.assertEqual(first, f'vlogger: the capture\'s interface "{name}"{reason}')
+                self.assertTrue(report.startswith("vlogger: 1 frame sent in "), report)
+        self.assertEqual([one["in"] for one in self.stages("bus")], [6])
+
+    def test_replay_without_any_channel_says_that_alone(self):
+        self.serve()
+        done = self.run_tool("replay", self.write("in.log", "(1.000000) eth 001#\n"), code=1)
+        first, report = done.stderr.splitlines()
+        self.assertEqual(first,
+                         'vlogger: the capture\'s interface "eth" stands for no channel; say which: --map eth=0')
+        self.assertTrue(report.startswith("vlogger: 0 frames sent in "), report)
 
     def test_speeds_that_cannot_be_are_refused(self):
         for speed in ("0", "-1", "nan", "inf", "1e7", "fast", "1x", "0x10", " 2", "+2"):

@@ -45,6 +45,18 @@ TEST(FilterSetTest, AnyWatchesEveryChannel)
     EXPECT_FALSE(shows({"any,123:7FF"}, 200, "124#"));
 }
 
+TEST(FilterSetTest, AnyNamesNoChannel)
+{
+    EXPECT_TRUE(FilterSet({}).namedChannels().none());
+    EXPECT_TRUE(FilterSet({"any,123:7FF"}).namedChannels().none());
+}
+
+TEST(FilterSetTest, ChannelsOfAllFiltersAreNamed)
+{
+    const FilterSet sut({"can3", "any,123:7FF", "can200,124:7FF"});
+    EXPECT_EQ(sut.namedChannels(), wire::ChannelSet().set(3).set(200));
+}
+
 TEST(FilterSetTest, MaskSaysWhichBitsCount)
 {
     EXPECT_TRUE(shows({"can0,100:700"}, 0, "1FF#"));

@@ -4,13 +4,13 @@
 
 #include <string>
 
-/// What an action says that is wrong usage; empty if it is right.
-template <typename Action>
+/// What an action says that is wrong usage, or refused with another exception; empty if it is right.
+template <typename Refusal = tool::WrongUsage, typename Action>
 std::string refusalOf(Action action)
 {
     try {
         action();
-    } catch (const tool::WrongUsage& error) {
+    } catch (const Refusal& error) {
         return error.what();
     }
     return "";
