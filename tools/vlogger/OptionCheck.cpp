@@ -85,6 +85,13 @@ double speedOf(std::string_view text)
     return text == SPEED_UNLIMITED ? 0 : capture::decimalNumberOf(text).value_or(1);
 }
 
+CLI::Validator notEmpty()
+{
+    return CLI::Validator(
+        [](const std::string& text) { return text.empty() ? std::string("the name is empty") : std::string(); },
+        "");
+}
+
 void addSecondsOption(CLI::App& command, double& chosen)
 {
     command.add_option("--seconds", chosen, "End after so many seconds")->check(secondsAboveZero())->type_name("S");

@@ -31,6 +31,9 @@ CLI::Validator speedFactor();
 /// @return 0 for max
 double speedOf(std::string_view text);
 
+/// Takes every text but the empty one, which most likely comes from a variable that is not set.
+CLI::Validator notEmpty();
+
 /// Adds --seconds to a command that takes frames for a while.
 void addSecondsOption(CLI::App& command, double& chosen);
 

@@ -73,6 +73,7 @@ void addRecord(CLI::App& app, Context& context)
                      "Capture to write, in place of an older one; .pcapng: pcapng, everything else: log; -: "
                      "standard output")
         ->required()
+        ->check(notEmpty())
         ->type_name("");
     command->add_option("FILTER", options->filters, "As for dump; none: everything");
     addFormatOption(*command, options->format);

@@ -1,13 +1,18 @@
 #include "Commands.h"
 #include "ExitCode.h"
+#include "OptionCheck.h"
 #include "StandardStreams.h"
 #include "Usage.h"
 
 #include <config/ConfigurationError.h>
+#include <config/NearestName.h>
 
 #include <csignal>
 #include <exception>
 #include <iostream>
+#include <string>
+#include <string_view>
+#include <vector>
 
 namespace {
 
@@ -36,13 +41,37 @@ int report(const char* text, int exitCode)
     return exitCode;
 }
 
+/// The parser alone says that a command is missing, not that the given one is none.
+/// @throws WrongUsage if a word stands where one of the commands has to
+void refuseUnknownCommand(const CLI::App& app)
+{
+    const CLI::App* innermost = &app;
+    while (!innermost->get_subcommands().empty()) {
+        innermost = innermost->get_subcommands().back();
+    }
+    // What `config` cannot use ends at the top.
+    const std::vector<std::string> rest = app.remaining();
+    const std::vector<const CLI::App*> commands = innermost->get_subcommands(nullptr); // all that there are
+    if (commands.empty() || rest.empty() || rest.front().starts_with('-')) {
+        return;
+    }
+    std::vector<std::string_view> names;
+    for (const CLI::App* const command : commands) {
+        names.emplace_back(command->get_name());
+    }
+    throw tool::WrongUsage("unknown command \"" + rest.front() + "\"; the nearest known name is \"" +
+                           std::string(config::nearestName(rest.front(), names)) + "\"");
+}
+
 int run(int argumentCount, char** arguments)
 {
     tool::Context context;
     CLI::App app(DESCRIPTION, "vlogger");
     app.footer(EXAMPLES);
     app.set_version_flag("--version", "vlogger " VLOGGER_VERSION);
-    app.add_option("--socket", context.socket, "Socket of the virtual logger")->type_name("PATH");
+    app.add_option("--socket", context.socket, "Socket of the virtual logger")
+        ->check(tool::notEmpty())
+        ->type_name("PATH");
     app.require_subcommand(1);
     app.fallthrough();
     tool::addServe(app, context);
@@ -57,6 +86,9 @@ int run(int argumentCount, char** arguments)
     try {
         app.parse(argumentCount, arguments);
     } catch (const CLI::ParseError& error) {
+        if (error.get_exit_code() != 0) {
+            refuseUnknownCommand(app);
+        }
         if (app.exit(error) != 0) {
             return tool::WRONG_USAGE;
         }

@@ -12,9 +12,21 @@ class UsageTest(Bench):
         """The first line on standard error of a command that fails."""
         return self.run_tool(*arguments, code=code).stderr.splitlines()[0]
 
-    def test_command_that_is_none_is_wrong_usage(self):
-        self.complaint("nonsense")
-        self.complaint()
+    def test_missing_command_is_wrong_usage(self):
+        for command in ((), ("config",), ("--option",)):
+            self.assertEqual(self.complaint(*command), "A subcommand is required")
+
+    def test_command_that_is_none_is_told_with_the_nearest_one(self):
+        for command, wrong, nearest in ((("snd", "can0", "123#"), "snd", "send"),
+                                        (("--socket", self.socket, "conf", "show"), "conf", "config"),
+                                        (("config", "chekc", "bench.toml"), "chekc", "check")):
+            self.assertEqual(self.complaint(*command),
+                             f'vlogger: unknown command "{wrong}"; the nearest known name is "{nearest}"')
+
+    def test_empty_name_is_refused(self):
+        for command in (("serve", "--socket", ""), ("--socket", "", "stat")):
+            self.assertEqual(self.complaint(*command), "--socket: the name is empty")
+        self.assertEqual(self.complaint("record", ""), "FILE: the name is empty")
 
     def test_channel_that_the_board_lacks_is_refused(self):
         self.serve()
