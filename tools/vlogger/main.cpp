@@ -56,6 +56,7 @@ void refuseUnknownCommand(const CLI::App& app)
         return;
     }
     std::vector<std::string_view> names;
+    names.reserve(commands.size());
     for (const CLI::App* const command : commands) {
         names.emplace_back(command->get_name());
     }
