@@ -83,6 +83,8 @@ class KillTest(Bench):
         logger = self.serve()
         recorder = self.record(self.path("out.log"))
         self.run_tool("send", "can0", "123#AA")
+        while self.read("out.log").count("\n") < 2:
+            pass  # sent is not yet handed to the recorder
         logger.kill()
         _, err = recorder.communicate(timeout=LIMIT_S)
         self.assertEqual(err, "vlogger: 2 frames recorded; the virtual logger has gone\n")
