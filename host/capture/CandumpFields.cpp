@@ -86,6 +86,14 @@ void parseIdentifier(std::string_view digits, CandumpFrame& frame)
     }
 }
 
+void becomeFd(CandumpFrame& frame)
+{
+    if (frame.kind == FrameKind::ERROR) {
+        refuseLine("an error frame is no CAN FD frame");
+    }
+    frame.isFd = true;
+}
+
 void parsePayload(std::string_view digits, CandumpFrame& frame)
 {
     const size_t limit = frame.isFd ? frame.payload.size() : CLASSIC_PAYLOAD_MAX_BYTES;

@@ -20,6 +20,9 @@ void parseTimestamp(std::string_view field, CandumpFrame& frame, LineDetails& de
 /// Three or eight hex digits; says also whether the frame is an error frame.
 void parseIdentifier(std::string_view digits, CandumpFrame& frame);
 
+/// Makes it a CAN FD frame, which no error frame is. Behind parseIdentifier().
+void becomeFd(CandumpFrame& frame);
+
 /// Takes pairs of hex digits as the payload, dots between them allowed; `isFd` limits their number.
 void parsePayload(std::string_view digits, CandumpFrame& frame);
 

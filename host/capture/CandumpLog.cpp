@@ -46,10 +46,7 @@ void parseFdPart(std::string_view part, CandumpFrame& frame)
     if (!flags) {
         refuseLine("a CAN FD frame has no digit of flags behind ##");
     }
-    if (frame.kind == FrameKind::ERROR) {
-        refuseLine("an error frame is no CAN FD frame");
-    }
-    frame.isFd = true;
+    becomeFd(frame);
     frame.fdFlags = *flags;
     parsePayload(part.substr(1), frame);
 }

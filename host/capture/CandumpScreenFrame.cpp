@@ -31,7 +31,10 @@ void parseLength(std::string_view field, CandumpFrame& frame)
     const bool isBracketed = field.size() > 2 && field.front() == '[' && field.back() == ']';
     const std::string_view digits = isBracketed ? field.substr(1, field.size() - 2) : "";
     const auto length = wholeNumberOf<uint8_t>(digits);
-    frame.isFd = digits.size() > 1;
+    frame.isFd = false;
+    if (digits.size() > 1) {
+        becomeFd(frame);
+    }
     if (!length || *length > (frame.isFd ? frame.payload.size() : CLASSIC_MAX_BYTES)) {
         refuseLine("the length in brackets is neither 0 to 8 nor, of a CAN FD frame, 00 to 64");
     }

@@ -116,6 +116,7 @@ TEST(CandumpScreenFrameTest, EveryMalformedPartIsRefusedWithItsReason)
         {"  can0  1A4   [1]  FF FF", "something other than text in quotes follows the payload"},
         {"  can0  1A4  [01]  remote request", "only a classic frame is a remote request"},
         {"  can0  20000004   [1]  remote request", "only a classic frame is a remote request"},
+        {"  can0  20000004  [01]  00   ERRORFRAME", "an error frame is no CAN FD frame"},
         {" (1.0) [", "the line ends behind the interface"},
     };
     for (const auto& [line, reason] : cases) {
